@@ -1,0 +1,191 @@
+#pragma once
+
+#include "DocumentView.h"
+#include "QXFileItem.h"
+#include "SettingsForm.h"
+
+#include <QMutex>
+#include <QStringList>
+#include <QVariantMap>
+#include <atomic>
+#include <functional>
+#include <memory>
+#include <optional>
+
+class PreviewPipeline;
+class FileIndex;
+
+// One batch: the ordered list of file items, the selected task and its
+// settings form, the preview pool and the commit. The engine side of the
+// document window; everything shown goes through DocumentView.
+class MyDocument {
+public:
+    explicit MyDocument(DocumentView* view = nullptr);
+    // Cancels the preview work and waits for every thread the document started.
+    ~MyDocument();
+    MyDocument(const MyDocument&) = delete;
+    MyDocument& operator=(const MyDocument&) = delete;
+
+    void setView(DocumentView* view);
+    DocumentView& view() const;
+
+    // ---- the file list ----------------------------------------------------
+    FileList fileArray() const; // a snapshot, in table order
+    qsizetype fileCount() const;
+    void setFileArray(const FileList& files);
+    void addFileToList(const QString& path) { addFileToList(path, true, false); }
+    void addFileToList(const QString& path, bool verifyUnique, bool preserveFolders);
+    // Adds paths in order (on the calling thread), then reloads, logs
+    // "%i item(s) added" with the list's total and starts a preview.
+    void addItemsOnThread(const QStringList& paths);
+    // Starts addItemsOnThread on a thread of its own and returns at once.
+    void addItemsInBackground(const QStringList& paths);
+    // The folders-only chooser's end: each folder becomes one item.
+    void importFolders(const QStringList& paths);
+    FileItemPtr fileInQueue(const QString& path) const;
+    void remove(const QList<int>& rows);
+    FileList sortFilesByPreviewFilename() const;
+    FileList sortFilesByFrameOrder() const;
+    static std::optional<FileList> reverseArray(const FileList& files);
+    // The commit re-keys the look-up index after it renames an item.
+    void noteItemPathChanged(const QXFileItem* item, const QString& oldFullPath);
+    // Waits until every background add started by this document has ended.
+    void waitForAdds();
+
+    // ---- the table --------------------------------------------------------
+    enum class Column { Filename, Preview };
+    int numberOfRows() const { return static_cast<int>(fileCount()); }
+    QString objectValue(Column column, int row) const;
+    bool rowIsConflicting(int row) const;
+    QString toolTip(int row) const; // empty: none
+    static QString conflictToolTip();
+    void enableDisableRenameButton();
+    // The row-move algorithm of a drop inside the table: the new order as
+    // indexes into the old list.
+    static QList<int> moveRows(int count, const QList<int>& rows, int dropRow);
+    bool acceptRowDrop(const QList<int>& rows, int dropRow);
+    // Dropped file names: added on a thread of their own.
+    bool acceptFileDrop(const QVariant& propertyList);
+
+    // ---- settings ---------------------------------------------------------
+    SettingsForm settingsForm() const;
+    void setSettingsForm(const SettingsForm& form);
+    int selectedTag() const;
+    void setSelectedTag(int tag);
+    void setFieldText(const QString& outlet, const QString& text);
+    void setCheckState(const QString& outlet, int state);
+    void setTokens(const QVariantList& tokens);
+    QVariantMap dictionaryFromSettings() const;
+    void setSettingsFromDictionary(const QVariantMap& settings);
+
+    // ---- batch files ------------------------------------------------------
+    bool writeToURL(const QString& path) const;
+    bool readFromURL(const QString& path);
+    QVariantMap batchFileDict() const;
+    // The window has loaded: apply a pending batch dictionary, then changeTask.
+    void windowControllerDidLoadNib();
+
+    // ---- tasks and previews -----------------------------------------------
+    static QString taskDescription(int tag); // the blank panel's text, or empty
+    static bool taskUsesFrameOrder(int tag);
+    void changeTask(int tag);
+    void generatePreviews();   // starts a thread; returns at once
+    void generatePreviewsOnThread();
+    void waitForPreviews();    // until every preview thread has finished
+    void checkForConflicts();
+    void process();            // the Rename button
+    // Runs the preview entry point of a tag on some files (false: none).
+    bool runPreviewTask(int tag, const QVariantMap& settings, const FileList& files);
+    // Runs the commit entry point of a tag (false for tags without one).
+    bool runCommitTask(int tag, const QVariantMap& settings);
+
+    // The task contract: for each item, reset its preview and edit the preview
+    // (or edit the item when committing), synchronize previews, end a commit
+    // with copyFiles; exceptions are logged under method and give false.
+    bool runTaskContract(const char* method, const QVariantMap& settings, const FileList& files,
+                         const std::function<void(QXFileItem& target)>& edit,
+                         bool reloadAtExit = true);
+    static bool isPreview(const QVariantMap& settings);
+    // The item a task edits: the freshly reset preview, or the item itself.
+    static FileItemPtr taskTarget(const FileItemPtr& item, bool preview);
+
+    // Case and character tasks
+    bool processLowercase(const QVariantMap& s, const FileList& files);
+    bool processUppercase(const QVariantMap& s, const FileList& files);
+    bool processCapitalizeWords(const QVariantMap& s, const FileList& files);
+    bool processConvertSpacesToUnderscores(const QVariantMap& s, const FileList& files);
+    bool processStripNonAlphanumeric(const QVariantMap& s, const FileList& files);
+    bool processRemoveTrailingSpaces(const QVariantMap& s, const FileList& files);
+    bool processLowercaseFileExtension(const QVariantMap& s, const FileList& files);
+    bool processUppercaseFileExtension(const QVariantMap& s, const FileList& files);
+    static QString stripNonAlphanumeric(const QString& text); // the kept set is L, M and N
+    // Affix, extension and character-range tasks
+    bool processAddPrefix(const QVariantMap& s, const FileList& files);
+    bool processAddSuffix(const QVariantMap& s, const FileList& files);
+    bool processChangeFileExtension(const QVariantMap& s, const FileList& files);
+    bool processRemoveFileExtension(const QVariantMap& s, const FileList& files);
+    bool processInsertCharactersAtPosition(const QVariantMap& s, const FileList& files);
+    bool processReplaceCharactersInRange(const QVariantMap& s, const FileList& files);
+    bool processRemoveCharactersFromStart(const QVariantMap& s, const FileList& files);
+    bool processRemoveCharactersFromEnd(const QVariantMap& s, const FileList& files);
+    bool processRemoveCharacterRange(const QVariantMap& s, const FileList& files);
+    // Find and replace
+    bool processFindAndReplace(const QVariantMap& s, const FileList& files);
+    // Frame-number tasks
+    bool processReorderFrames(const QVariantMap& s, const FileList& files);
+    bool processReverseNumbers(const QVariantMap& s, const FileList& files);
+    bool processPadNumbers(const QVariantMap& s, const FileList& files);
+    bool processCloseGaps(const QVariantMap& s, const FileList& files);
+    bool processOffsetNumbers(const QVariantMap& s, const FileList& files);
+    bool processRemoveFrameNumber(const QVariantMap& s, const FileList& files);
+    // Conform to format
+    bool processConform(const QVariantMap& s, const FileList& files);
+    QVariant vacantFrameNumber() const;
+    static QVariantList formatComponentsFromArray(const QVariantList& tokens);
+    // The token list after inserting a kind token by its menu title.
+    static QVariantList insertToken(const QVariantList& tokens, const QString& title);
+    void insertToken(const QString& title); // on the form, then previews
+    // Frame-gap check
+    struct GapReport {
+        QStringList gaps; // "2" or "2-4", in order
+        QString messageText;
+        QString informativeText;
+    };
+    std::optional<GapReport> checkFrameGaps(); // shows the alert; nullopt on exception
+
+    // ---- committing -------------------------------------------------------
+    void startProcessing(int count);
+    bool copyFiles();
+    void updateFilesInFolder(const QString& oldFolder, const QString& newFolder);
+    void startProgress();
+    void incrementProgress();
+    void endProgress();
+    void cancelProgress() { m_processingCancelled.store(true); }
+    bool processingCancelled() const { return m_processingCancelled.load(); }
+    // The old names that the last commit could not rename, in order.
+    QStringList lastFailedNames() const;
+    // The rename journal of the last commit (empty when none was written).
+    QString lastJournalPath() const;
+
+private:
+    friend class PreviewPipeline;
+    friend class CommitRunner;
+    void addPathLocked(const QString& path, bool verifyUnique, bool preserveFolders);
+    void appendItemLocked(FileItemPtr item);
+    void rebuildIndexLocked();
+    void startThread(std::function<void()> work);
+
+    DocumentView* m_view = nullptr;
+    mutable QMutex m_mutex; // guards the list, its index, the form and the batch dictionary
+    FileList m_files;
+    std::unique_ptr<FileIndex> m_index;
+    SettingsForm m_form;
+    QVariantMap m_batchFileDict;
+    std::unique_ptr<PreviewPipeline> m_previews;
+    std::atomic<bool> m_processingCancelled{false};
+    mutable QMutex m_commitMutex; // guards the two commit results below
+    QStringList m_failedNames;
+    QString m_journalPath;
+    struct Threads;
+    std::unique_ptr<Threads> m_threads;
+};

@@ -1,0 +1,77 @@
+#include "NameComponent.h"
+
+QString componentKindName(ComponentKind kind) {
+    switch (kind) {
+    case ComponentKind::Filename: return QStringLiteral("Filename");
+    case ComponentKind::Separator: return QStringLiteral("Separator");
+    case ComponentKind::FrameNumber: return QStringLiteral("Frame Number");
+    case ComponentKind::FileExtension: return QStringLiteral("File Extension");
+    case ComponentKind::Date: return QStringLiteral("Date");
+    case ComponentKind::Unknown: break;
+    }
+    return QStringLiteral("Unknown");
+}
+
+ComponentKind componentKindFromName(const QString& name) {
+    for (auto k : {ComponentKind::Filename, ComponentKind::Separator, ComponentKind::FrameNumber,
+                   ComponentKind::FileExtension, ComponentKind::Date}) {
+        if (componentKindName(k) == name) return k;
+    }
+    return ComponentKind::Unknown;
+}
+
+static bool isSignedInt(const QVariant& v) {
+    switch (v.typeId()) {
+    case QMetaType::Int:
+    case QMetaType::LongLong:
+    case QMetaType::Long:
+    case QMetaType::Short:
+        return true;
+    default:
+        return false;
+    }
+}
+
+static bool isUnsignedInt(const QVariant& v) {
+    switch (v.typeId()) {
+    case QMetaType::UInt:
+    case QMetaType::ULongLong:
+    case QMetaType::ULong:
+    case QMetaType::UShort:
+        return true;
+    default:
+        return false;
+    }
+}
+
+bool NameComponent::holdsNumber() const { return isSignedInt(value) || isUnsignedInt(value); }
+
+quint64 FrameValue::toUnsigned(const QVariant& v) {
+    if (isUnsignedInt(v)) return v.toULongLong();
+    if (isSignedInt(v)) return static_cast<quint64>(v.toLongLong());
+    return 0;
+}
+
+qint64 FrameValue::toSigned(const QVariant& v) {
+    if (isUnsignedInt(v)) return static_cast<qint64>(v.toULongLong());
+    if (isSignedInt(v)) return v.toLongLong();
+    return 0;
+}
+
+QString FrameValue::toText(const QVariant& v) {
+    if (isUnsignedInt(v)) return QString::number(v.toULongLong());
+    if (isSignedInt(v)) return QString::number(v.toLongLong());
+    return v.toString();
+}
+
+int FrameValue::compare(const QVariant& a, const QVariant& b) {
+    const bool aNeg = isSignedInt(a) && a.toLongLong() < 0;
+    const bool bNeg = isSignedInt(b) && b.toLongLong() < 0;
+    if (aNeg != bNeg) return aNeg ? -1 : 1;
+    if (aNeg) {
+        const qint64 x = a.toLongLong(), y = b.toLongLong();
+        return x < y ? -1 : (x > y ? 1 : 0);
+    }
+    const quint64 x = toUnsigned(a), y = toUnsigned(b);
+    return x < y ? -1 : (x > y ? 1 : 0);
+}
