@@ -48,9 +48,12 @@ public:
     static QString vendorPreferencesPath();
     static QString vendorPrefix() { return QStringLiteral("com.corvane."); }
 
-    // Test seams: the effective user id and the console user.
+    // Test seams: the effective user id and the console user (an empty name means nobody is
+    // at the console; nullopt restores the real answers).
     static uid_t userId();
     static void setUserIdForTesting(std::optional<uid_t> uid);
     static void setConsoleUserForTesting(std::optional<QString> name);
+    // The console user's home folder, instead of the password database's answer.
+    static void setConsoleUserHomeForTesting(std::optional<QString> home);
     static bool isSuperUser() { return userId() == 0; }
 };

@@ -1,0 +1,380 @@
+#include "QXLog.h"
+
+#include "PropertyList.h"
+#include "QXConsole.h"
+#include "QXDate.h"
+#include "QXLocalPaths.h"
+
+#include <QCoreApplication>
+#include <QDateTime>
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QMutex>
+#include <QSaveFile>
+#include <QThread>
+
+#include <atomic>
+#include <condition_variable>
+#include <cstdlib>
+#include <deque>
+#include <memory>
+#include <mutex>
+#include <thread>
+#include <unordered_set>
+
+#include <sys/utsname.h>
+#include <unistd.h>
+
+namespace {
+constexpr quint64 kRestartAfterBytes = 499999;
+constexpr qsizetype kSyncFlushLimit = 99;
+constexpr int kGenerations = 5;
+} // namespace
+
+// The write queue is one dedicated thread fed through a mutex-guarded deque: one write at a
+// time, in the order of the calls. The file handle is guarded by its own mutex, because
+// createNewLog runs on the caller's thread while the writer may open the file on demand.
+struct QXLog::Impl {
+    struct Operation {
+        quint64 id;
+        QString message;
+    };
+
+    // Queue state, guarded by queueMutex.
+    std::mutex queueMutex;
+    std::condition_variable workAvailable;
+    std::condition_variable workDone;
+    std::deque<Operation> queue;
+    std::unordered_set<quint64> unfinished; // queued or running operation ids
+    quint64 nextId = 1;
+    quint64 runningId = 0;
+    std::thread writer;
+    std::thread::id writerId;
+
+    // The current file, guarded by fileMutex.
+    std::mutex fileMutex;
+    std::unique_ptr<QFile> file;
+
+    QMutex nameMutex;
+    QString storedName;
+
+    std::atomic<quint64> bytesWritten{0};
+    std::atomic<quint64> bytesInQueue{0};
+    std::atomic<bool> loggingDisabled{false};
+};
+
+struct QXLogAccess {
+    static QXLog::Impl& impl() { return *QXLog::sharedController().d; }
+    static void run(QXLog::Impl& d);
+    static void enqueue(const QString& message);
+    static void write(QXLog::Impl& d, const QString& message);
+    static bool readDisablePreference();
+    static QString header();
+    static QString executableName();
+};
+
+namespace {
+void flushOnExit() {
+    QXLog::finishWriting();
+}
+} // namespace
+
+QXLog::QXLog() : d(new Impl) {}
+
+QXLog& QXLog::sharedController() {
+    // A function-local static is created once under the compiler's guard and never freed.
+    static QXLog* const instance = [] {
+        auto* log = new QXLog;
+        Impl* impl = log->d;
+        impl->writer = std::thread([impl] { QXLogAccess::run(*impl); });
+        impl->writerId = impl->writer.get_id();
+        // The writer runs for the whole process; lines still queued at exit are written first.
+        std::atexit(flushOnExit);
+        return log;
+    }();
+    return *instance;
+}
+
+void QXLogAccess::run(QXLog::Impl& d) {
+    for (;;) {
+        QXLog::Impl::Operation op;
+        {
+            std::unique_lock lock(d.queueMutex);
+            d.workAvailable.wait(lock, [&d] { return !d.queue.empty(); });
+            op = std::move(d.queue.front());
+            d.queue.pop_front();
+            d.runningId = op.id;
+        }
+        write(d, op.message);
+        {
+            std::lock_guard lock(d.queueMutex);
+            d.unfinished.erase(op.id);
+            d.runningId = 0;
+        }
+        d.workDone.notify_all();
+    }
+}
+
+void QXLogAccess::enqueue(const QString& message) {
+    QXLog::Impl& d = impl();
+    {
+        std::lock_guard lock(d.queueMutex);
+        QXLog::Impl::Operation op{d.nextId++, message};
+        d.unfinished.insert(op.id);
+        // Only the restart after 500KB queues from the writer itself; its marker goes first so
+        // that it opens the new file, ahead of lines that were already waiting.
+        if (std::this_thread::get_id() == d.writerId)
+            d.queue.push_front(std::move(op));
+        else
+            d.queue.push_back(std::move(op));
+    }
+    d.workAvailable.notify_one();
+}
+
+void QXLog::finishWriting() {
+    Impl& d = *sharedController().d;
+    // On the writer thread the running operation is the caller itself: waiting for it would never
+    // end, and what is queued behind it runs right after it anyway. So nothing to wait for.
+    if (std::this_thread::get_id() == d.writerId) return;
+    std::unique_lock lock(d.queueMutex);
+    if (d.unfinished.empty()) return;
+    // Everything unfinished now is done once the last of it is: the back of the queue, or the
+    // running operation when the queue is empty. Later lines do not extend the wait.
+    const quint64 last = d.queue.empty() ? d.runningId : d.queue.back().id;
+    d.workDone.wait(lock, [&d, last] { return !d.unfinished.contains(last); });
+}
+
+void QXLog::appendLog(const QString& message) {
+    if (message.isNull()) return;
+    Impl& d = *sharedController().d;
+    const QString trimmed = message.trimmed();
+    const auto length = static_cast<quint64>(trimmed.size());
+    const quint64 pending = d.bytesInQueue.fetch_add(length) + length;
+    QXLogAccess::enqueue(trimmed);
+    if (trimmed.size() >= 1 && trimmed.size() <= kSyncFlushLimit &&
+        pending <= static_cast<quint64>(kSyncFlushLimit))
+        finishWriting();
+}
+
+void QXLog::appendLogAndPrint(const QString& message) {
+    if (message.isNull()) return;
+    const QString trimmed = message.trimmed();
+    appendLog(trimmed);
+    QXConsole::print(trimmed);
+}
+
+void QXLogAccess::write(QXLog::Impl& d, const QString& message) {
+    if (d.loggingDisabled.load()) return;
+    try {
+        bool restart = false;
+        {
+            std::lock_guard lock(d.fileMutex);
+            if (!d.file) {
+                auto file = std::make_unique<QFile>(QXLog::currentLogPath());
+                // An existing file only: before createNewLog there may be nothing to append to.
+                if (!file->open(QIODevice::WriteOnly | QIODevice::Append | QIODevice::ExistingOnly |
+                                QIODevice::Unbuffered)) {
+                    QXConsole::print(
+                        QStringLiteral("Unable to log the following information: %1").arg(message));
+                    QXConsole::print(QStringLiteral("Unable to open log for output"));
+                    d.bytesInQueue.fetch_sub(static_cast<quint64>(message.size()));
+                    return;
+                }
+                d.file = std::move(file);
+            }
+            const QByteArray line = (QXDate::description(QDateTime::currentDateTime()) +
+                                     QStringLiteral(" - ") + message + u'\n')
+                                        .toUtf8();
+            const qint64 written = d.file->write(line);
+            if (written != line.size()) {
+                const QString reason = d.file->errorString();
+                // Drop the handle: the next line tries the path again.
+                d.file.reset();
+                throw std::runtime_error(reason.toStdString());
+            }
+            restart = d.bytesWritten.fetch_add(static_cast<quint64>(written)) +
+                          static_cast<quint64>(written) >
+                      kRestartAfterBytes;
+        }
+        if (restart) {
+            QXLog::createNewLog(QXLog::sharedController().appName());
+            QXLog::appendLog(QStringLiteral("Log truncated at 500KB"));
+        }
+        d.bytesInQueue.fetch_sub(static_cast<quint64>(message.size()));
+    } catch (const std::exception& e) {
+        if (!d.loggingDisabled.load())
+            QXConsole::print(
+                QStringLiteral("Exception writing to log: %1").arg(QString::fromUtf8(e.what())));
+    } catch (...) {
+        if (!d.loggingDisabled.load())
+            QXConsole::print(QStringLiteral("Exception writing to log: %1")
+                                 .arg(QStringLiteral("unknown exception")));
+    }
+}
+
+bool QXLogAccess::readDisablePreference() {
+    const QString path = QXLocalPaths::vendorPreferencesPath();
+    if (!QFileInfo::exists(path)) return false;
+    const QVariant root = PropertyList::readFile(path);
+    if (root.typeId() != QMetaType::QVariantMap) return false;
+    const QVariant value = root.toMap().value(QStringLiteral("disable-logging"));
+    switch (value.typeId()) {
+    case QMetaType::QString:
+        return value.toString() == QLatin1String("1");
+    case QMetaType::Bool:
+        return value.toBool();
+    case QMetaType::LongLong:
+        return value.toLongLong() == 1;
+    case QMetaType::ULongLong:
+        return value.toULongLong() == 1;
+    case QMetaType::Double:
+        return value.toDouble() == 1.0;
+    default:
+        return false;
+    }
+}
+
+QString QXLogAccess::executableName() {
+    QString name = QCoreApplication::applicationName();
+    if (name.isEmpty()) {
+        const QString exe = QCoreApplication::instance()
+                                ? QCoreApplication::applicationFilePath()
+                                : QFileInfo(QStringLiteral("/proc/self/exe")).symLinkTarget();
+        name = QFileInfo(exe).completeBaseName();
+    }
+    return name;
+}
+
+QString QXLogAccess::header() {
+    QString text =
+        QStringLiteral("Log started: %1\n").arg(QXDate::description(QDateTime::currentDateTime()));
+    QString version = QCoreApplication::applicationVersion();
+#ifdef SEQMATE_VERSION
+    if (version.isEmpty()) version = QStringLiteral(SEQMATE_VERSION);
+#endif
+    if (!version.isEmpty()) text += QStringLiteral("Version: %1\n").arg(version);
+    if (QCoreApplication::instance())
+        text += QStringLiteral("Path: %1\n").arg(QCoreApplication::applicationFilePath());
+
+    utsname system{};
+    const QString release =
+        uname(&system) == 0 ? QString::fromLocal8Bit(system.release) : QString();
+    const long pages = sysconf(_SC_PHYS_PAGES);
+    const long pageSize = sysconf(_SC_PAGESIZE);
+    double memory = pages > 0 && pageSize > 0
+                        ? static_cast<double>(pages) * static_cast<double>(pageSize)
+                        : 0.0;
+    for (int i = 0; i < 3; ++i)
+        memory *= 1.0 / 1024.0;
+    text += QStringLiteral("System: Linux %1, %2 CPU(s), %3 GB RAM\n")
+                .arg(release)
+                .arg(QThread::idealThreadCount())
+                .arg(memory, 0, 'f', 2);
+    text += sizeof(void*) == 8 ? QStringLiteral("Running in 64-bit mode\n")
+                               : QStringLiteral("Running in 32-bit mode\n");
+    return text;
+}
+
+void QXLog::createNewLog(const QString& name) {
+    finishWriting();
+    Impl& d = *sharedController().d;
+    std::lock_guard lock(d.fileMutex);
+    d.file.reset();
+
+    if (d.loggingDisabled.load() || QXLogAccess::readDisablePreference()) {
+        QXConsole::print(QStringLiteral("Logging is disabled"));
+        d.loggingDisabled.store(true);
+        return;
+    }
+
+    if (!name.isEmpty()) {
+        QMutexLocker nameLock(&d.nameMutex);
+        // A given name counts only when neither a stored nor an executable name exists.
+        if (d.storedName.isEmpty() && QXLogAccess::executableName().isEmpty()) d.storedName = name;
+    }
+    d.bytesWritten.store(0);
+
+    const QString folder = logFolder();
+    const QString current = currentLogPath();
+    const QString base = sharedController().appName();
+    if (!QFileInfo::exists(folder) && !QDir().mkpath(folder)) {
+        QXConsole::print(QStringLiteral("Unable to create folder %1.").arg(folder));
+        return;
+    }
+
+    if (QFileInfo::exists(current)) {
+        const auto generation = [&](int n) {
+            return folder + QStringLiteral("/%1.%2.log").arg(base).arg(n);
+        };
+        if (QFileInfo::exists(generation(kGenerations))) QFile::remove(generation(kGenerations));
+        for (int n = kGenerations - 1; n >= 1; --n) {
+            const QString from = generation(n);
+            if (!QFileInfo::exists(from)) continue;
+            const QString to = generation(n + 1);
+            if (!QFile::rename(from, to)) {
+                QXConsole::print(QStringLiteral("Unable to move file %1 to %2").arg(from, to));
+                return;
+            }
+        }
+    }
+
+    QSaveFile save(current);
+    const QByteArray header = QXLogAccess::header().toUtf8();
+    if (!save.open(QIODevice::WriteOnly) || save.write(header) != header.size() || !save.commit()) {
+        QXConsole::print(
+            QStringLiteral("Unable to create log file %1 - %2").arg(current, save.errorString()));
+        return;
+    }
+
+    auto file = std::make_unique<QFile>(current);
+    if (file->open(QIODevice::WriteOnly | QIODevice::Append | QIODevice::ExistingOnly |
+                   QIODevice::Unbuffered))
+        d.file = std::move(file);
+}
+
+QString QXLog::appName() const {
+    {
+        QMutexLocker lock(&d->nameMutex);
+        if (!d->storedName.isEmpty()) return d->storedName;
+    }
+    const QString name = QXLogAccess::executableName();
+    return name.isEmpty() ? QStringLiteral("Seqmate") : name;
+}
+
+void QXLog::setAppName(const QString& name) {
+    QMutexLocker lock(&d->nameMutex);
+    d->storedName = name;
+}
+
+QString QXLog::logFolder() {
+    return QXLocalPaths::libraryDirectory(true) + QStringLiteral("/Logs/Corvane");
+}
+
+QString QXLog::currentLogPath() {
+    const QString file = QStringLiteral("/%1.1.log").arg(sharedController().appName());
+    // A privileged run writes the machine-wide log; the folder checks above stay per user.
+    if (QXLocalPaths::isSuperUser())
+        return QXLocalPaths::libraryDirectory(false) + QStringLiteral("/Logs/Corvane") + file;
+    return logFolder() + file;
+}
+
+bool QXLog::loggingDisabled() const {
+    return d->loggingDisabled.load();
+}
+quint64 QXLog::bytesWritten() const {
+    return d->bytesWritten.load();
+}
+quint64 QXLog::bytesInQueue() const {
+    return d->bytesInQueue.load();
+}
+
+void QXLog::resetForTesting() {
+    finishWriting();
+    Impl& d = *sharedController().d;
+    std::lock_guard lock(d.fileMutex);
+    d.file.reset();
+    d.loggingDisabled.store(false);
+    d.bytesWritten.store(0);
+    d.bytesInQueue.store(0);
+}
