@@ -77,6 +77,15 @@ public:
     void setTokens(const QVariantList& tokens);
     QVariantMap dictionaryFromSettings() const;
     void setSettingsFromDictionary(const QVariantMap& settings);
+    // The settings keys of a task, in the order the batch file lists them.
+    static QStringList settingKeys(int tag);
+    // The form entry behind a task's settings key: its outlet, and whether it
+    // is a check box (else a text field). Null outlet when the task has no such key.
+    struct SettingField {
+        QString outlet;
+        bool isCheck = false;
+    };
+    static SettingField settingField(int tag, const QString& key);
 
     // ---- batch files ------------------------------------------------------
     bool writeToURL(const QString& path) const;
@@ -153,6 +162,35 @@ public:
     };
     std::optional<GapReport> checkFrameGaps(); // shows the alert; nullopt on exception
 
+
+    // Commit entry points: the two-argument form on the whole list (frame
+    // order for reverse, close gaps, offset and conform).
+    bool processFindAndReplace(const QVariantMap& s);
+    bool processConform(const QVariantMap& s);
+    bool processOffsetNumbers(const QVariantMap& s);
+    bool processCloseGaps(const QVariantMap& s);
+    bool processPadNumbers(const QVariantMap& s);
+    bool processReverseNumbers(const QVariantMap& s);
+    bool processReorderFrames(const QVariantMap& s);
+    bool processRemoveFrameNumber(const QVariantMap& s);
+    bool processChangeFileExtension(const QVariantMap& s);
+    bool processRemoveFileExtension(const QVariantMap& s);
+    bool processAddPrefix(const QVariantMap& s);
+    bool processAddSuffix(const QVariantMap& s);
+    bool processRemoveCharactersFromStart(const QVariantMap& s);
+    bool processRemoveCharactersFromEnd(const QVariantMap& s);
+    bool processRemoveCharacterRange(const QVariantMap& s);
+    bool processConvertSpacesToUnderscores(const QVariantMap& s);
+    bool processStripNonAlphanumeric(const QVariantMap& s);
+    bool processRemoveTrailingSpaces(const QVariantMap& s);
+    bool processUppercase(const QVariantMap& s);
+    bool processLowercase(const QVariantMap& s);
+    bool processLowercaseFileExtension(const QVariantMap& s);
+    bool processUppercaseFileExtension(const QVariantMap& s);
+    bool processCapitalizeWords(const QVariantMap& s);
+    bool processInsertCharactersAtPosition(const QVariantMap& s);
+    bool processReplaceCharactersInRange(const QVariantMap& s);
+
     // ---- committing -------------------------------------------------------
     void startProcessing(int count);
     bool copyFiles();
@@ -170,6 +208,7 @@ public:
 private:
     friend class PreviewPipeline;
     friend class CommitRunner;
+    friend class FolderWalker;
     void addPathLocked(const QString& path, bool verifyUnique, bool preserveFolders);
     void appendItemLocked(FileItemPtr item);
     void rebuildIndexLocked();

@@ -186,6 +186,8 @@ FileItemPtr QXFileItem::fileItemWithFile(const QString& path) {
     auto item = std::make_shared<QXFileItem>();
     const QString expanded = expandTilde(path);
     item->m_containerDir = deletingLastPathComponent(expanded);
+    if (item->m_containerDir == u'/') item->m_containerDir.clear(); // fullPath adds the "/"
+
     // Parsing and rebuilding a name from disk gives back the same text, so the
     // item keeps no component list until one is edited (see components()).
     quint32 padding = 0;
@@ -199,6 +201,33 @@ FileItemPtr QXFileItem::fileItemWithFile(const QString& path) {
         item->m_hasComponents = true;
     }
     item->m_previewPending = true; // resetPreview, deferred until needed
+    return item;
+}
+
+quint32 QXFileItem::framePadding(QStringView name) {
+    qsizetype end = name.size();
+    const qsizetype dot = name.lastIndexOf(u'.');
+    if (dot > 0 && dot < name.size() - 1) end = dot; // drop the extension
+    qsizetype start = end;
+    while (start > 0 && !isSeparator(name[start - 1])) --start;
+    if (start == end) return 0;
+    qint64 value = 0;
+    for (qsizetype i = start; i < end; ++i) {
+        const ushort u = name[i].unicode();
+        if (u < '0' || u > '9') return 0;
+        const int d = u - '0';
+        if (value > (std::numeric_limits<qint64>::max() - d) / 10) return 0;
+        value = value * 10 + d;
+    }
+    return static_cast<quint32>(end - start);
+}
+
+FileItemPtr QXFileItem::fileItemInFolder(const QString& folder, const QString& name) {
+    auto item = std::make_shared<QXFileItem>();
+    item->m_containerDir = folder;
+    item->m_fileName = name; // a parsed name rebuilds to itself
+    item->m_padding = framePadding(name);
+    item->m_previewPending = true;
     return item;
 }
 

@@ -29,6 +29,11 @@ public:
 
     // A new item for a path: a leading "~" expanded, the name parsed.
     static FileItemPtr fileItemWithFile(const QString& path);
+    // The same for a name inside a folder; items of one folder share its text.
+    static FileItemPtr fileItemInFolder(const QString& folder, const QString& name);
+    // The padding a name parses to: the length of a last token that is a
+    // frame number, else 0. No allocation.
+    static quint32 framePadding(QStringView name);
 
     QString fileName() const;
     void setFileName(const QString& name);

@@ -1,0 +1,196 @@
+// seqmate-cli: the rename engine without the desktop window, for pipelines.
+#include "CliOptions.h"
+#include "MyDocument.h"
+#include "QXLog.h"
+#include "TerminalView.h"
+
+#include <CLI/CLI.hpp>
+#include <QCoreApplication>
+#include <QFileInfo>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QSettings>
+#include <cstdio>
+
+namespace {
+struct Options {
+    std::string task;
+    std::vector<std::string> sets;
+    std::optional<std::string> format;
+    std::string batch;
+    std::string save;
+    bool keepFolders = false;
+    bool fullPaths = false;
+    bool json = false;
+    std::vector<std::string> paths;
+};
+
+int usageError(const QString& message) {
+    std::fprintf(stderr, "seqmate-cli: %s\n", message.toLocal8Bit().constData());
+    return 2;
+}
+
+QString q(const std::string& s) { return QString::fromStdString(s); }
+
+QString describeComponent(const NameComponent& c, quint32 padding) {
+    const QString kind = componentKindName(c.kind);
+    if (c.kind == ComponentKind::FrameNumber)
+        return QStringLiteral("%1 %2 (padding %3)").arg(kind, FrameValue::toText(c.value)).arg(padding);
+    return QStringLiteral("%1 \"%2\"").arg(kind, c.text());
+}
+
+// Without a task: every item with its parsed components.
+void printItems(const MyDocument& doc, bool fullPaths) {
+    for (const FileItemPtr& item : doc.fileArray()) {
+        const QString shown = fullPaths ? item->displayName() : item->fileName();
+        QStringList parts;
+        const quint32 padding = item->paddingLength();
+        for (const NameComponent& c : item->components()) parts.append(describeComponent(c, padding));
+        std::printf("%s%s\n    %s\n", shown.toLocal8Bit().constData(),
+                    item->isDir() ? " (folder)" : "",
+                    parts.join(QStringLiteral(" | ")).toLocal8Bit().constData());
+    }
+    std::printf("%lld item(s)\n", static_cast<long long>(doc.fileCount()));
+}
+
+void printJson(const MyDocument& doc) {
+    QJsonArray rows;
+    for (const FileItemPtr& item : doc.fileArray()) {
+        const FileItemPtr preview = item->previewObject();
+        QJsonObject o;
+        o.insert(QStringLiteral("path"), item->fullPath());
+        o.insert(QStringLiteral("old"), item->fileName());
+        o.insert(QStringLiteral("new"), preview ? preview->fileName() : item->fileName());
+        o.insert(QStringLiteral("conflict"), preview && preview->isConflicting());
+        rows.append(o);
+    }
+    const QByteArray text = QJsonDocument(rows).toJson(QJsonDocument::Indented);
+    std::fwrite(text.constData(), 1, static_cast<size_t>(text.size()), stdout);
+}
+
+void printTable(const MyDocument& doc, bool fullPaths) {
+    const FileList files = doc.fileArray();
+    qsizetype width = 0;
+    QStringList olds;
+    for (const FileItemPtr& item : files) {
+        olds.append(fullPaths ? item->displayName() : item->fileName());
+        width = std::max(width, olds.last().size());
+    }
+    int changed = 0, conflicts = 0;
+    for (qsizetype i = 0; i < files.size(); ++i) {
+        const FileItemPtr preview = files[i]->previewObject();
+        const QString next = preview ? preview->fileName() : files[i]->fileName();
+        const bool conflict = preview && preview->isConflicting();
+        if (next != files[i]->fileName()) ++changed;
+        if (conflict) ++conflicts;
+        std::printf("%s -> %s%s\n", olds[i].leftJustified(width).toLocal8Bit().constData(),
+                    next.toLocal8Bit().constData(), conflict ? "  [conflict]" : "");
+    }
+    std::printf("%lld file(s), %d to rename, %d conflict(s)\n", static_cast<long long>(files.size()),
+                changed, conflicts);
+}
+} // namespace
+
+int main(int argc, char** argv) {
+    QCoreApplication app(argc, argv);
+    QCoreApplication::setOrganizationName(QStringLiteral("Corvane"));
+    QCoreApplication::setApplicationName(QStringLiteral("Seqmate"));
+
+    Options o;
+    CLI::App cli{"Seqmate: batch renaming of image sequences and other files.\n"
+                 "Adds PATHs (folders are descended into), previews a rename task and prints\n"
+                 "every old name beside its new one, with duplicates flagged."};
+    cli.add_option("-t,--task", o.task,
+                   "a tag 1-26 or a name: " + cliTaskNames().join(u' ').toStdString());
+    cli.add_option("-s,--set", o.sets,
+                   "KEY=VALUE: a setting by its batch-file key (find, matchCase, offset, ...); "
+                   "repeatable");
+    cli.add_option("--format", o.format,
+                   "the conform format: kind tokens written \"@@ Kind @@\" (Filename, Frame Number, "
+                   "File Extension, Created Date, Today's Date), free text between them");
+    cli.add_option("-b,--batch", o.batch, "start from a batch file; PATHs are added after");
+    cli.add_option("--save", o.save, "write the batch file after adding and setting");
+    cli.add_flag("--keep-folders", o.keepFolders, "add folders whole, as items");
+    cli.add_flag("--full-paths", o.fullPaths, "show full paths (\"~\" for the home folder)");
+    cli.add_flag("--json", o.json, "print the preview as one JSON array");
+    cli.add_option("PATH", o.paths, "files and folders to add, in order");
+    try {
+        cli.parse(argc, argv);
+    } catch (const CLI::CallForHelp& e) {
+        return cli.exit(e);
+    } catch (const CLI::CallForAllHelp& e) {
+        return cli.exit(e);
+    } catch (const CLI::ParseError& e) {
+        return usageError(QString::fromStdString(e.what()));
+    }
+
+    QXLog::createNewLog(QStringLiteral("Seqmate"));
+    TerminalView view;
+    view.setQuiet(o.json);
+    MyDocument doc(&view);
+
+    if (!o.batch.empty()) {
+        const QString batch = q(o.batch);
+        if (!QFileInfo(batch).isFile()) return usageError(QStringLiteral("no batch file %1").arg(batch));
+        doc.readFromURL(batch);
+        const QVariantMap dict = doc.batchFileDict();
+        doc.setSelectedTag(dict.value(QStringLiteral("selectedAction")).toInt());
+        doc.setSettingsFromDictionary(dict.value(QStringLiteral("settings")).toMap());
+    }
+    if (!o.task.empty()) {
+        const auto tag = parseTask(q(o.task));
+        if (!tag) return usageError(QStringLiteral("unknown task %1").arg(q(o.task)));
+        doc.setSelectedTag(*tag);
+    }
+    const int tag = doc.selectedTag();
+    for (const std::string& s : o.sets) {
+        const QString kv = q(s);
+        const qsizetype eq = kv.indexOf(u'=');
+        if (eq <= 0) return usageError(QStringLiteral("expected KEY=VALUE, got %1").arg(kv));
+        const QString key = kv.left(eq), value = kv.mid(eq + 1);
+        const MyDocument::SettingField field = MyDocument::settingField(tag, key);
+        if (field.outlet.isEmpty())
+            return usageError(QStringLiteral("the task has no setting %1").arg(key));
+        if (field.isCheck) {
+            const auto state = parseCheckState(value);
+            if (!state) return usageError(QStringLiteral("%1 takes 1 or 0, not %2").arg(key, value));
+            doc.setCheckState(field.outlet, *state);
+        } else {
+            doc.setFieldText(field.outlet, value);
+        }
+    }
+    if (o.format) {
+        QVariantList tokens;
+        for (const QString& t : parseFormat(q(*o.format))) tokens.append(t);
+        doc.setTokens(tokens);
+    }
+
+    for (const std::string& p : o.paths) {
+        const QString path = q(p);
+        if (!QFileInfo::exists(QFileInfo(path).absoluteFilePath()) && !o.json)
+            std::fprintf(stderr, "warning: %s does not exist; it is added as it stands\n",
+                         path.toLocal8Bit().constData());
+        doc.addFileToList(QFileInfo(path).absoluteFilePath(), true, o.keepFolders);
+    }
+    QXLog::appendLog(QStringLiteral("%1 item(s) added").arg(doc.fileCount()));
+
+    if (!o.save.empty() && !doc.writeToURL(q(o.save)))
+        return usageError(QStringLiteral("could not write the batch file %1").arg(q(o.save)));
+
+    if (tag == 0) {
+        printItems(doc, o.fullPaths);
+        QXLog::finishWriting();
+        return 0;
+    }
+    if (tag == 8) {
+        doc.checkFrameGaps();
+        QXLog::finishWriting();
+        return 0;
+    }
+    doc.generatePreviewsOnThread();
+    if (o.json) printJson(doc);
+    else printTable(doc, o.fullPaths);
+    QXLog::finishWriting();
+    return 0;
+}

@@ -1,0 +1,523 @@
+#include "MyDocument.h"
+
+#include "FileIndex.h"
+#include "PreviewPipeline.h"
+#include "QXException.h"
+#include "QXLog.h"
+
+#include <QDir>
+#include <QFile>
+#include <QSettings>
+
+#include <algorithm>
+#include <dirent.h>
+#include <list>
+#include <sys/stat.h>
+#include <thread>
+
+// Threads the document started (adds, previews, commits); joined on
+// destruction so that none outlives its document.
+struct MyDocument::Threads {
+    QMutex mutex;
+    struct Entry {
+        std::thread thread;
+        std::shared_ptr<std::atomic<bool>> done;
+    };
+    std::list<Entry> running;
+
+    void reapFinishedLocked() {
+        for (auto it = running.begin(); it != running.end();) {
+            if (it->done->load()) {
+                it->thread.join();
+                it = running.erase(it);
+            } else {
+                ++it;
+            }
+        }
+    }
+    void joinAll() {
+        for (;;) {
+            std::list<Entry> batch;
+            {
+                QMutexLocker lock(&mutex);
+                if (running.empty()) return;
+                batch.swap(running);
+            }
+            for (auto& e : batch) e.thread.join();
+        }
+    }
+};
+
+MyDocument::MyDocument(DocumentView* view)
+    : m_view(view), m_index(std::make_unique<FileIndex>()),
+      m_previews(std::make_unique<PreviewPipeline>(*this)),
+      m_threads(std::make_unique<Threads>()) {}
+
+MyDocument::~MyDocument() {
+    m_previews->cancelAll();
+    m_processingCancelled.store(true);
+    m_threads->joinAll();
+    m_previews->waitForDone();
+}
+
+void MyDocument::startThread(std::function<void()> work) {
+    auto done = std::make_shared<std::atomic<bool>>(false);
+    QMutexLocker lock(&m_threads->mutex);
+    m_threads->reapFinishedLocked();
+    m_threads->running.push_back(
+        {std::thread([work = std::move(work), done]() {
+             work();
+             done->store(true);
+         }),
+         done});
+}
+
+void MyDocument::setView(DocumentView* view) { m_view = view; }
+
+DocumentView& MyDocument::view() const {
+    static NullDocumentView nullView;
+    return m_view ? *m_view : nullView;
+}
+
+// ---- the list ---------------------------------------------------------------------------------
+
+FileList MyDocument::fileArray() const {
+    QMutexLocker lock(&m_mutex);
+    return m_files;
+}
+
+qsizetype MyDocument::fileCount() const {
+    QMutexLocker lock(&m_mutex);
+    return m_files.size();
+}
+
+void MyDocument::rebuildIndexLocked() {
+    m_index->clear();
+    m_index->reserve(static_cast<size_t>(m_files.size()));
+    QSet<QString> seen;
+    bool trackDuplicates = true;
+    for (int i = 0; i < m_files.size(); ++i) {
+        const QString path = m_files[i]->fullPath();
+        bool present = false;
+        if (trackDuplicates) {
+            present = seen.contains(path);
+            seen.insert(path);
+        }
+        m_index->insert(path, i, present);
+    }
+}
+
+void MyDocument::setFileArray(const FileList& files) {
+    QMutexLocker lock(&m_mutex);
+    m_files = files;
+    rebuildIndexLocked();
+}
+
+void MyDocument::appendItemLocked(FileItemPtr item) {
+    const QString path = item->fullPath();
+    bool present = false;
+    m_index->forEachCandidate(path, [&](int pos) {
+        present = m_files[pos]->fullPath() == path;
+        return present;
+    });
+    m_index->insert(path, static_cast<int>(m_files.size()), present);
+    m_files.append(std::move(item));
+}
+
+FileItemPtr MyDocument::fileInQueue(const QString& path) const {
+    QMutexLocker lock(&m_mutex);
+    if (m_index->hasDuplicates()) {
+        for (const auto& f : m_files)
+            if (f->fullPath() == path) return f;
+        return nullptr;
+    }
+    FileItemPtr found;
+    m_index->forEachCandidate(path, [&](int pos) {
+        if (pos < m_files.size() && m_files[pos]->fullPath() == path) found = m_files[pos];
+        return found != nullptr;
+    });
+    return found;
+}
+
+void MyDocument::noteItemPathChanged(const QXFileItem* item, const QString& oldFullPath) {
+    QMutexLocker lock(&m_mutex);
+    int position = -1;
+    m_index->forEachCandidate(oldFullPath, [&](int pos) {
+        if (pos < m_files.size() && m_files[pos].get() == item) position = pos;
+        return position >= 0;
+    });
+    if (position < 0) { // not found under the old key: start over
+        rebuildIndexLocked();
+        return;
+    }
+    m_index->erase(oldFullPath, position);
+    const QString path = item->fullPath();
+    bool present = false;
+    m_index->forEachCandidate(path, [&](int pos) {
+        present = m_files[pos]->fullPath() == path;
+        return present;
+    });
+    m_index->insert(path, position, present);
+}
+
+namespace {
+struct DirEntry {
+    QString name;
+    bool isDir;
+};
+
+// Lists a folder's entries in the order the file system returns them; links
+// are followed for the folder test. Names that are not valid UTF-8 cannot be
+// renamed faithfully through QString and are left out, with a log line.
+QList<DirEntry> listFolder(const QString& folder) {
+    QList<DirEntry> out;
+    const QByteArray native = QFile::encodeName(folder);
+    DIR* dir = ::opendir(native.constData());
+    if (!dir) return out; // an unreadable folder adds nothing
+    while (dirent* e = ::readdir(dir)) {
+        const char* raw = e->d_name;
+        if (raw[0] == '.' && (raw[1] == 0 || (raw[1] == '.' && raw[2] == 0))) continue;
+        const QByteArray bytes(raw);
+        const QString name = QString::fromUtf8(bytes);
+        if (name.toUtf8() != bytes) {
+            QXLog::appendLog(QStringLiteral("Skipped %1/%2: the name is not valid UTF-8")
+                                 .arg(folder, name));
+            continue;
+        }
+        bool isDir = e->d_type == DT_DIR;
+        if (e->d_type == DT_UNKNOWN || e->d_type == DT_LNK) {
+            struct stat st {};
+            const QByteArray full = native + '/' + bytes;
+            isDir = ::stat(full.constData(), &st) == 0 && S_ISDIR(st.st_mode);
+        }
+        out.append({name, isDir});
+    }
+    ::closedir(dir);
+    return out;
+}
+
+bool statFolder(const QString& path, bool* isDir, dev_t* dev, ino_t* ino) {
+    struct stat st {};
+    if (::stat(QFile::encodeName(path).constData(), &st) != 0) return false;
+    *isDir = S_ISDIR(st.st_mode);
+    *dev = st.st_dev;
+    *ino = st.st_ino;
+    return true;
+}
+} // namespace
+
+// The walk of one added path. Folders are listed without the lock; the lock
+// is taken for each run of files appended, so a long add never blocks readers.
+class FolderWalker {
+public:
+    FolderWalker(MyDocument& doc, QMutex& mutex) : m_doc(doc), m_mutex(mutex) {}
+    void add(const QString& rawPath, bool preserveFolders);
+
+private:
+    void descend(const QString& folder);
+    void appendRun(const QString& folder, const QList<DirEntry>& entries, qsizetype from,
+                   qsizetype to);
+    MyDocument& m_doc;
+    QMutex& m_mutex;
+    QList<QPair<dev_t, ino_t>> m_stack; // folders being descended, against link loops
+};
+
+void MyDocument::addFileToList(const QString& path, bool verifyUnique, bool preserveFolders) {
+    (void)verifyUnique; // exact duplicates are refused by every route
+    FolderWalker(*this, m_mutex).add(path, preserveFolders);
+}
+
+void MyDocument::addPathLocked(const QString& path, bool verifyUnique, bool preserveFolders) {
+    // A single file, a folder kept whole, or a path that does not exist.
+    (void)verifyUnique;
+    bool present = false;
+    m_index->forEachCandidate(path, [&](int pos) {
+        present = m_files[pos]->fullPath() == path;
+        return present;
+    });
+    if (present) return;
+    FileItemPtr item = QXFileItem::fileItemWithFile(path);
+    if (preserveFolders) {
+        bool isDir = false;
+        dev_t d;
+        ino_t i;
+        if (statFolder(path, &isDir, &d, &i) && isDir) item->setIsDir(true);
+    }
+    appendItemLocked(std::move(item));
+}
+
+void FolderWalker::add(const QString& rawPath, bool preserveFolders) {
+    const QString path = QXFileItem::expandTilde(rawPath);
+    if (QXFileItem::lastPathComponent(path).startsWith(u'.')) return; // hidden: never added
+    bool isDir = false;
+    dev_t dev = 0;
+    ino_t ino = 0;
+    const bool exists = statFolder(path, &isDir, &dev, &ino);
+    if (exists && isDir && !preserveFolders) {
+        m_stack.append({dev, ino});
+        descend(path);
+        m_stack.removeLast();
+        return;
+    }
+    QMutexLocker lock(&m_mutex);
+    m_doc.addPathLocked(path, true, preserveFolders);
+}
+
+void FolderWalker::descend(const QString& folder) {
+    const QList<DirEntry> entries = listFolder(folder);
+    // Depth first, in listing order: files up to the next folder go in one run.
+    qsizetype runStart = 0;
+    for (qsizetype i = 0; i < entries.size(); ++i) {
+        if (!entries[i].isDir) continue;
+        appendRun(folder, entries, runStart, i);
+        runStart = i + 1;
+        const DirEntry& e = entries[i];
+        if (e.name.startsWith(u'.')) continue;
+        const QString sub = folder == u'/' ? QString(u'/' + e.name) : QString(folder + u'/' + e.name);
+        bool isDir = false;
+        dev_t dev = 0;
+        ino_t ino = 0;
+        if (!statFolder(sub, &isDir, &dev, &ino) || !isDir) continue;
+        if (m_stack.contains(qMakePair(dev, ino))) {
+            QXLog::appendLog(QStringLiteral("Skipped %1: it leads back into a folder being added")
+                                 .arg(sub));
+            continue;
+        }
+        m_stack.append({dev, ino});
+        descend(sub);
+        m_stack.removeLast();
+    }
+    appendRun(folder, entries, runStart, entries.size());
+}
+
+void FolderWalker::appendRun(const QString& folder, const QList<DirEntry>& entries,
+                             qsizetype from, qsizetype to) {
+    if (from >= to) return;
+    const QString prefix = folder == u'/' ? QString() : folder; // "/" + name, not "//" + name
+    QMutexLocker lock(&m_mutex);
+    for (qsizetype i = from; i < to; ++i) {
+        const QString& name = entries[i].name;
+        if (name.startsWith(u'.')) continue;
+        const QString full = prefix + u'/' + name;
+        bool present = false;
+        m_doc.m_index->forEachCandidate(full, [&](int pos) {
+            present = m_doc.m_files[pos]->fullPath() == full;
+            return present;
+        });
+        if (present) continue;
+        FileItemPtr item = QXFileItem::fileItemInFolder(prefix, name);
+        m_doc.m_index->insert(full, static_cast<int>(m_doc.m_files.size()), false);
+        m_doc.m_files.append(std::move(item));
+    }
+}
+
+void MyDocument::addItemsOnThread(const QStringList& paths) {
+    view().setSpinner(DocumentView::Spinner::AddFiles, true);
+    FolderWalker walker(*this, m_mutex);
+    for (const QString& p : paths) walker.add(p, false);
+    view().setSpinner(DocumentView::Spinner::AddFiles, false);
+    view().reloadTable(true);
+    enableDisableRenameButton();
+    // The list's total, not the number just added: that is the line's meaning.
+    QXLog::appendLog(QStringLiteral("%1 item(s) added").arg(fileCount()));
+    generatePreviews();
+}
+
+void MyDocument::addItemsInBackground(const QStringList& paths) {
+    startThread([this, paths] { addItemsOnThread(paths); });
+}
+
+void MyDocument::waitForAdds() { m_threads->joinAll(); }
+
+void MyDocument::waitForPreviews() {
+    m_threads->joinAll();
+    m_previews->waitForDone();
+}
+
+void MyDocument::importFolders(const QStringList& paths) {
+    try {
+        for (const QString& p : paths)
+            addFileToList(QXFileItem::abbreviateTilde(p), true, true);
+    } catch (const std::exception& e) {
+        QXException::logException(e, "-[MyDocument importFolderPanelDidEnd:returnCode:contextInfo:]");
+    }
+    view().reloadTable(true);
+    enableDisableRenameButton();
+    generatePreviews();
+}
+
+void MyDocument::remove(const QList<int>& rows) {
+    if (rows.isEmpty()) return;
+    {
+        QMutexLocker lock(&m_mutex);
+        QList<int> sorted = rows;
+        std::sort(sorted.begin(), sorted.end());
+        sorted.erase(std::unique(sorted.begin(), sorted.end()), sorted.end());
+        FileList kept;
+        kept.reserve(m_files.size());
+        qsizetype next = 0;
+        for (int i = 0; i < m_files.size(); ++i) {
+            if (next < sorted.size() && sorted[next] == i) {
+                ++next;
+                continue;
+            }
+            kept.append(m_files[i]);
+        }
+        m_files = kept;
+        rebuildIndexLocked();
+    }
+    view().reloadTable(true);
+    enableDisableRenameButton();
+    generatePreviews();
+}
+
+FileList MyDocument::sortFilesByPreviewFilename() const {
+    const FileList files = fileArray();
+    struct Key {
+        QString name;
+        bool hasPreview;
+        qsizetype index;
+    };
+    std::vector<Key> keys;
+    keys.reserve(static_cast<size_t>(files.size()));
+    for (qsizetype i = 0; i < files.size(); ++i) {
+        const FileItemPtr p = files[i]->previewObject();
+        keys.push_back({p ? p->fileName() : QString(), p != nullptr, i});
+    }
+    // The comparator of previewFilenameCompare on precomputed names.
+    std::stable_sort(keys.begin(), keys.end(), [](const Key& a, const Key& b) {
+        if (!a.hasPreview) return false;
+        if (!b.hasPreview) return false;
+        return QString::compare(a.name, b.name, Qt::CaseSensitive) < 0;
+    });
+    FileList out;
+    out.reserve(files.size());
+    for (const Key& k : keys) out.append(files[k.index]);
+    return out;
+}
+
+FileList MyDocument::sortFilesByFrameOrder() const {
+    const FileList files = fileArray();
+    struct Key {
+        QVariant frame;
+        qsizetype index;
+    };
+    std::vector<Key> keys;
+    keys.reserve(static_cast<size_t>(files.size()));
+    for (qsizetype i = 0; i < files.size(); ++i) keys.push_back({files[i]->frameNumber(), i});
+    // frameNumberCompare: an item without a number orders the same as any
+    // numbered one, while anything orders after an unnumbered other.
+    std::stable_sort(keys.begin(), keys.end(), [](const Key& a, const Key& b) {
+        if (b.frame.isNull()) return false;
+        if (a.frame.isNull()) return false;
+        return FrameValue::compare(a.frame, b.frame) < 0;
+    });
+    FileList out;
+    out.reserve(files.size());
+    for (const Key& k : keys) out.append(files[k.index]);
+    return out;
+}
+
+std::optional<FileList> MyDocument::reverseArray(const FileList& files) {
+    try {
+        FileList out(files.rbegin(), files.rend());
+        return out;
+    } catch (const std::exception& e) {
+        QXException::logException(e, "-[MyDocument reverseArray:]");
+        return std::nullopt;
+    }
+}
+
+// ---- the table --------------------------------------------------------------------------------
+
+static bool showFullSourcePaths() {
+    QSettings defaults(QStringLiteral("Corvane"), QStringLiteral("Seqmate"));
+    return defaults.value(QStringLiteral("showFullSourcePaths"), 0).toInt() == 1;
+}
+
+QString MyDocument::objectValue(Column column, int row) const {
+    FileItemPtr item;
+    {
+        QMutexLocker lock(&m_mutex);
+        if (row < 0 || row >= m_files.size()) return QString();
+        item = m_files[row];
+    }
+    if (column == Column::Filename) {
+        const QString display = item->displayName();
+        return showFullSourcePaths() ? display : QXFileItem::lastPathComponent(display);
+    }
+    const FileItemPtr preview = item->previewObject();
+    return preview ? QXFileItem::lastPathComponent(preview->fileName()) : QString();
+}
+
+bool MyDocument::rowIsConflicting(int row) const {
+    QMutexLocker lock(&m_mutex);
+    if (row < 0 || row >= m_files.size()) return false;
+    const FileItemPtr preview = m_files[row]->previewObject();
+    return preview && preview->isConflicting();
+}
+
+QString MyDocument::conflictToolTip() {
+    return QStringLiteral("The proposed filename conflicts with another file in the list.");
+}
+
+QString MyDocument::toolTip(int row) const {
+    return rowIsConflicting(row) ? conflictToolTip() : QString();
+}
+
+void MyDocument::enableDisableRenameButton() { view().setRenameEnabled(fileCount() > 0); }
+
+QList<int> MyDocument::moveRows(int count, const QList<int>& rows, int dropRow) {
+    QList<bool> isMoved(count, false);
+    QList<int> moved;
+    for (int r : rows)
+        if (r >= 0 && r < count) isMoved[r] = true;
+    for (int i = 0; i < count; ++i)
+        if (isMoved[i]) moved.append(i);
+    const int target = (dropRow >= 0 && dropRow < count) ? dropRow : -1;
+    QList<int> order;
+    order.reserve(count);
+    int insertion = -1;
+    for (int i = 0; i < count; ++i) {
+        if (isMoved[i]) continue;
+        if (i == target) insertion = static_cast<int>(order.size());
+        order.append(i);
+    }
+    // Without a target, or when the target moved itself, the block goes last.
+    if (insertion < 0) insertion = static_cast<int>(order.size());
+    for (qsizetype k = 0; k < moved.size(); ++k) order.insert(insertion + k, moved[k]);
+    return order;
+}
+
+bool MyDocument::acceptRowDrop(const QList<int>& rows, int dropRow) {
+    try {
+        {
+            QMutexLocker lock(&m_mutex);
+            const QList<int> order = moveRows(static_cast<int>(m_files.size()), rows, dropRow);
+            FileList next;
+            next.reserve(m_files.size());
+            for (int i : order) next.append(m_files[i]);
+            m_files = next;
+            rebuildIndexLocked();
+        }
+        view().reloadTable(true);
+        view().clearSelection();
+        // Only renumbering depends on list order.
+        if (selectedTag() == 7) generatePreviews();
+        return true;
+    } catch (const std::exception& e) {
+        QXException::logException(e, "-[MyDocument tableView:acceptDrop:row:dropOperation:]");
+        return false;
+    }
+}
+
+bool MyDocument::acceptFileDrop(const QVariant& propertyList) {
+    if (propertyList.typeId() != QMetaType::QVariantList &&
+        propertyList.typeId() != QMetaType::QStringList)
+        return false;
+    QStringList paths;
+    for (const QVariant& v : propertyList.toList())
+        if (v.typeId() == QMetaType::QString) paths.append(v.toString());
+    addItemsInBackground(paths);
+    return true;
+}

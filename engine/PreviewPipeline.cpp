@@ -1,0 +1,70 @@
+#include "PreviewPipeline.h"
+
+#include "MyDocument.h"
+#include "QXException.h"
+
+PreviewPipeline::PreviewPipeline(MyDocument& doc) : m_doc(doc) {
+    m_pool.setMaxThreadCount(kMaxConcurrent);
+}
+
+PreviewPipeline::~PreviewPipeline() {
+    cancelAll();
+    m_pool.waitForDone();
+}
+
+void PreviewPipeline::cancelAll() {
+    ++m_generation;
+    m_pool.clear();
+}
+
+void PreviewPipeline::waitForDone() { m_pool.waitForDone(); }
+
+QList<QPair<int, int>> PreviewPipeline::batches(int count) {
+    QList<QPair<int, int>> out;
+    if (count <= 0) return out;
+    const int batchCount = count > kBatchSize ? count / kBatchSize : 1;
+    for (int i = 0; i < batchCount; ++i) {
+        const int start = i * kBatchSize;
+        const int size = (i == batchCount - 1) ? count - (batchCount - 1) * kBatchSize : kBatchSize;
+        out.append({start, size});
+    }
+    return out;
+}
+
+void PreviewPipeline::run() {
+    if (m_doc.fileCount() == 0) return;
+    DocumentView& view = m_doc.view();
+    view.setSpinner(DocumentView::Spinner::Preview, true);
+
+    cancelAll(); // a new preview supersedes the old
+    const quint64 generation = m_generation.load();
+
+    QVariantMap settings = m_doc.dictionaryFromSettings();
+    settings.insert(QStringLiteral("preview"), true);
+    const int tag = m_doc.selectedTag();
+    const FileList items =
+        MyDocument::taskUsesFrameOrder(tag) ? m_doc.sortFilesByFrameOrder() : m_doc.fileArray();
+
+    const auto bounds = batches(static_cast<int>(items.size()));
+    for (qsizetype i = 0; i < bounds.size(); ++i) {
+        if (tag == 8 || tag <= 0 || tag > 26) continue; // no preview entry point
+        if (tag == 7 && i > 0) {
+            // Each renumbering batch continues where the previous one ends.
+            const quint64 start = settings.value(QStringLiteral("startFrame")).toULongLong();
+            settings.insert(QStringLiteral("startFrame"),
+                            QVariant::fromValue<qulonglong>(start + kBatchSize));
+        }
+        const QVariantMap batchSettings = settings; // the settings as they are now
+        const FileList batch = items.mid(bounds[i].first, bounds[i].second);
+        m_pool.start([this, generation, tag, batchSettings, batch] {
+            if (m_generation.load() != generation) return; // cancelled while queued
+            m_doc.runPreviewTask(tag, batchSettings, batch);
+        });
+    }
+    m_pool.waitForDone();
+
+    m_doc.checkForConflicts();
+    view.setSpinner(DocumentView::Spinner::Preview, false);
+    view.reloadTable(true);
+    m_doc.enableDisableRenameButton();
+}

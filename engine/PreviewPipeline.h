@@ -1,0 +1,30 @@
+#pragma once
+
+#include <QThreadPool>
+#include <atomic>
+
+class MyDocument;
+
+// The document's preview queue: at most 12 batches at once. A newer request
+// cancels what the queue still holds; batches already running finish.
+class PreviewPipeline {
+public:
+    static constexpr int kMaxConcurrent = 12;
+    static constexpr int kBatchSize = 50;
+
+    explicit PreviewPipeline(MyDocument& doc);
+    ~PreviewPipeline();
+
+    // Computes every preview of the document; runs on the calling thread.
+    void run();
+    void cancelAll();
+    void waitForDone();
+    // Batch bounds for a list of count items: each batch holds 50 items but
+    // the last, which holds the rest (50 to 99).
+    static QList<QPair<int, int>> batches(int count);
+
+private:
+    MyDocument& m_doc;
+    QThreadPool m_pool;
+    std::atomic<quint64> m_generation{0};
+};
