@@ -1,0 +1,197 @@
+#include "FileMover.h"
+
+#include <QDir>
+#include <QFile>
+#include <QMutex>
+#include <QSet>
+#include <QStandardPaths>
+
+#include <atomic>
+#include <cerrno>
+#include <fcntl.h>
+#include <linux/fs.h>
+#include <memory>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <system_error>
+#include <unistd.h>
+
+#ifndef RENAME_NOREPLACE
+#define RENAME_NOREPLACE (1 << 0)
+#endif
+
+namespace {
+QMutex hookMutex;
+std::shared_ptr<const FileMover::FaultHook> hookPtr;
+std::atomic<bool> hookActive{false};
+std::atomic<quint64> operationCount{0};
+std::atomic<bool> forceFallback{false};
+std::atomic<bool> kernelLacksRenameat2{false};
+
+std::shared_ptr<const FileMover::FaultHook> currentHook() {
+    if (!hookActive.load(std::memory_order_acquire)) return nullptr;
+    QMutexLocker lock(&hookMutex);
+    return hookPtr;
+}
+
+// Runs the hook before an operation: its number, and an errno to fail with.
+int before(FileMover::Op op, const QString& from, const QString& to, quint64* number) {
+    *number = 0;
+    const auto hook = currentHook();
+    if (!hook) return 0;
+    *number = operationCount.fetch_add(1) + 1;
+    return (*hook)({op, FileMover::Phase::Before, from, to, *number});
+}
+
+void after(FileMover::Op op, const QString& from, const QString& to, quint64 number) {
+    if (number == 0) return;
+    if (const auto hook = currentHook()) (*hook)({op, FileMover::Phase::After, from, to, number});
+}
+
+// Where renameat2 is missing (ENOSYS) or the file system refuses the flag
+// (EINVAL): a file is hard-linked to its new name, which fails when the name
+// is taken, then unlinked from the old one; a folder (or a file system
+// without hard links) is checked with lstat immediately before rename(2).
+int fallbackMove(const char* from, const char* to) {
+    struct stat st {};
+    if (::lstat(from, &st) != 0) return errno;
+    if (!S_ISDIR(st.st_mode)) {
+        if (::link(from, to) == 0) {
+            if (::unlink(from) == 0) return 0;
+            const int e = errno;
+            ::unlink(to); // the old name stays; take the new link back
+            return e;
+        }
+        const int e = errno;
+        if (e != EPERM && e != EOPNOTSUPP && e != EMLINK) return e;
+    }
+    struct stat target {};
+    if (::lstat(to, &target) == 0) return EEXIST;
+    if (errno != ENOENT) return errno;
+    return ::rename(from, to) == 0 ? 0 : errno;
+}
+
+int moveNoReplace(const char* from, const char* to) {
+    if (!forceFallback.load(std::memory_order_relaxed) &&
+        !kernelLacksRenameat2.load(std::memory_order_relaxed)) {
+        if (::syscall(SYS_renameat2, AT_FDCWD, from, AT_FDCWD, to, RENAME_NOREPLACE) == 0) return 0;
+        const int e = errno;
+        if (e == ENOSYS)
+            kernelLacksRenameat2.store(true);
+        else if (e != EINVAL)
+            return e;
+        // EINVAL is also a folder moved into itself; the fallback answers that too.
+    }
+    return fallbackMove(from, to);
+}
+
+QSet<quint64> parseNumbers(const QByteArray& text) {
+    QSet<quint64> out;
+    for (const QByteArray& part : text.split(',')) {
+        bool ok = false;
+        const quint64 n = part.trimmed().toULongLong(&ok);
+        if (ok) out.insert(n);
+    }
+    return out;
+}
+} // namespace
+
+void FileMover::setFaultHook(FaultHook hook) {
+    QMutexLocker lock(&hookMutex);
+    operationCount.store(0);
+    if (hook) {
+        hookPtr = std::make_shared<const FaultHook>(std::move(hook));
+        hookActive.store(true, std::memory_order_release);
+    } else {
+        hookPtr.reset();
+        hookActive.store(false, std::memory_order_release);
+    }
+}
+
+void FileMover::installFaultsFromEnvironment() {
+    const qint64 delay = qEnvironmentVariableIntValue("SEQMATE_FAULT_MOVE_DELAY_US");
+    const QSet<quint64> failing = parseNumbers(qgetenv("SEQMATE_FAULT_FAIL"));
+    const QString match = qEnvironmentVariable("SEQMATE_FAULT_FAIL_MATCH");
+    const quint64 stopAfter = qgetenv("SEQMATE_FAULT_STOP_AFTER").toULongLong();
+    if (delay <= 0 && failing.isEmpty() && match.isEmpty() && stopAfter == 0) return;
+    setFaultHook([=](const FaultPoint& p) -> int {
+        if (p.phase == Phase::After) {
+            if (p.number == stopAfter)
+                for (;;)
+                    ::pause(); // a process killed mid-commit, on demand
+            return 0;
+        }
+        if (delay > 0) ::usleep(static_cast<useconds_t>(delay));
+        if (failing.contains(p.number)) return EIO;
+        if (!match.isEmpty() && p.op == Op::Move && p.from.contains(match)) return EIO;
+        return 0;
+    });
+}
+
+void FileMover::setForceFallbackForTesting(bool force) {
+    forceFallback.store(force);
+}
+
+QString FileMover::errorText(int error) {
+    return QString::fromStdString(std::generic_category().message(error));
+}
+
+bool FileMover::exists(const QString& path) {
+    struct stat st {};
+    return ::lstat(QFile::encodeName(path).constData(), &st) == 0;
+}
+
+QString FileMover::move(const QString& from, const QString& to) {
+    quint64 number = 0;
+    if (const int e = before(Op::Move, from, to, &number)) return errorText(e);
+    if (const int e =
+            moveNoReplace(QFile::encodeName(from).constData(), QFile::encodeName(to).constData()))
+        return errorText(e);
+    after(Op::Move, from, to, number);
+    return QString();
+}
+
+QString FileMover::moveToTrash(const QString& path, QString* pathInTrash) {
+    quint64 number = 0;
+    if (const int e = before(Op::Trash, path, QString(), &number)) return errorText(e);
+    // Without the data folder Qt puts the trash in the current folder and reports success.
+    QDir().mkpath(QStandardPaths::writableLocation(QStandardPaths::GenericDataLocation));
+    if (!exists(path)) return errorText(ENOENT);
+    QString trashed;
+    if (!QFile::moveToTrash(path, &trashed) || exists(path))
+        return QStringLiteral("The item could not be moved to the trash.");
+    if (pathInTrash) *pathInTrash = trashed;
+    after(Op::Trash, path, QString(), number);
+    return QString();
+}
+
+QString FileMover::makePath(const QString& dir) {
+    quint64 number = 0;
+    if (const int e = before(Op::MakeDirectory, dir, QString(), &number)) return errorText(e);
+    const QString clean = QDir::cleanPath(dir);
+    qsizetype start = clean.startsWith(u'/') ? 1 : 0;
+    for (;;) {
+        const qsizetype slash = clean.indexOf(u'/', start);
+        const QString part = slash < 0 ? clean : clean.left(slash);
+        const QByteArray native = QFile::encodeName(part);
+        if (!part.isEmpty() && ::mkdir(native.constData(), 0777) != 0) {
+            const int e = errno;
+            struct stat st {};
+            if (e != EEXIST) return errorText(e);
+            if (::stat(native.constData(), &st) != 0 || !S_ISDIR(st.st_mode))
+                return errorText(ENOTDIR);
+        }
+        if (slash < 0) break;
+        start = slash + 1;
+    }
+    after(Op::MakeDirectory, dir, QString(), number);
+    return QString();
+}
+
+QString FileMover::removeDirectory(const QString& dir) {
+    quint64 number = 0;
+    if (const int e = before(Op::RemoveDirectory, dir, QString(), &number)) return errorText(e);
+    if (::rmdir(QFile::encodeName(dir).constData()) != 0) return errorText(errno);
+    after(Op::RemoveDirectory, dir, QString(), number);
+    return QString();
+}

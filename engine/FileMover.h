@@ -1,0 +1,47 @@
+#pragma once
+
+#include <QString>
+#include <functional>
+
+// The one way the commit changes the file system. A move never replaces
+// whatever already stands at its destination (renameat2 with RENAME_NOREPLACE,
+// or a safe fallback where the file system lacks it). Every operation returns
+// an empty string on success, else the system's description of the error.
+class FileMover {
+public:
+    enum class Op { Move, Trash, MakeDirectory, RemoveDirectory };
+    enum class Phase { Before, After };
+    struct FaultPoint {
+        Op op;
+        Phase phase;
+        QString from;   // the source (the folder for MakeDirectory/RemoveDirectory)
+        QString to;     // the destination of a move; empty otherwise
+        quint64 number; // the operation's running number since the hook was set, from 1
+    };
+    // Test seam: called before and after every operation. Before: a non-zero
+    // errno value fails the operation with that error, untouched on disk.
+    // After (only when the operation succeeded): the return value is ignored.
+    using FaultHook = std::function<int(const FaultPoint&)>;
+    static void setFaultHook(FaultHook hook); // an empty function removes it
+    // The command line's test switches, read from the environment:
+    //   SEQMATE_FAULT_MOVE_DELAY_US=N   sleep N microseconds before each operation
+    //   SEQMATE_FAULT_FAIL=N[,M...]     fail operations N, M... with EIO
+    //   SEQMATE_FAULT_FAIL_MATCH=TEXT   fail every move whose source contains TEXT
+    //   SEQMATE_FAULT_STOP_AFTER=N      after operation N has succeeded, never return
+    // Does nothing when none is set.
+    static void installFaultsFromEnvironment();
+    // Test seam: take the fallback path as if renameat2 were unsupported.
+    static void setForceFallbackForTesting(bool force);
+
+    // Renames from to to (one volume). Never overwrites.
+    static QString move(const QString& from, const QString& to);
+    // Moves a file or folder to the user's trash; the path it got there.
+    static QString moveToTrash(const QString& path, QString* pathInTrash);
+    // Creates a folder and any missing parents.
+    static QString makePath(const QString& dir);
+    // Removes an empty folder.
+    static QString removeDirectory(const QString& dir);
+    // True when anything (a file, a folder, even a dangling link) stands at path.
+    static bool exists(const QString& path);
+    static QString errorText(int error);
+};

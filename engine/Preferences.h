@@ -1,0 +1,15 @@
+#pragma once
+
+#include <optional>
+
+// The application's user defaults that the engine reads (QSettings,
+// organization "Corvane", application "Seqmate").
+namespace Preferences {
+// What the commit does with a file that stands at a target and is not one of
+// the batch's: 0 into "Conflicting files", 1 dated name in place, 2 the trash;
+// any other value fails the rename. The one-run override wins when set.
+int conflictAction();
+void setConflictAction(int value);
+// For one run (the command line's --conflict-action); nullopt removes it.
+void setConflictActionOverride(std::optional<int> value);
+} // namespace Preferences

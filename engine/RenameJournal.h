@@ -1,0 +1,123 @@
+#pragma once
+
+#include <QDateTime>
+#include <QList>
+#include <QString>
+#include <QStringList>
+#include <optional>
+
+// A record of every move of one commit, written before each move is made, so
+// that an interrupted commit can be reported and every step undone.
+//
+// One file per commit in the log folder's "Journals" folder, named
+// "<yyyyMMdd-HHmmss>-<uuid>.journal". Text, one record per line, fields
+// separated by tabs; paths are UTF-8 with "%", tab, line breaks and other
+// control characters percent-encoded:
+//   seqmate-journal 1                          the header
+//   begin <ISO date>
+//   move  <n> <kind> <from> <to> [<final>]     written before the move
+//   done  <n> [<where>]                         after it succeeded (where: the trash path)
+//   fail  <n> <error>                           after it failed
+//   complete                                    the commit ended
+//   undone <journal>                            undone by that journal
+// Each record is one write(2) on an O_APPEND descriptor: a killed process
+// leaves every record it wrote, since the data is in the page cache. The file
+// is fdatasync'ed after the header and after the last record, not after each
+// one: a sync per record would cost about 20x the rename itself.
+class RenameJournal {
+public:
+    enum class Kind {
+        Rename,   // old -> new
+        Temp,     // old -> temporary name (final: the new name)
+        FromTemp, // temporary name -> new
+        Aside,    // a batch file in the way -> its dated name
+        Dated,    // a foreign file in the way -> its dated name
+        Conflict, // a foreign file in the way -> "Conflicting files"
+        Trash,    // a foreign file in the way -> the trash (done carries where)
+        MakeDir,  // the "Conflicting files" folder was created
+        Undo,     // a move that reverses an earlier one
+        RemoveDir // an undo removed a folder the commit had created
+    };
+    enum class State { Pending, Done, Failed };
+    struct Step {
+        qint64 number = 0;
+        Kind kind = Kind::Rename;
+        QString from;
+        QString to;
+        QString finalPath; // Temp: the name the file was meant to get
+        State state = State::Pending;
+        QString where; // Trash: the path in the trash
+        QString error;
+    };
+    struct Contents {
+        QString path;
+        QDateTime started;
+        QList<Step> steps;
+        bool complete = false;
+        QString undoneBy; // the journal of the undo, when undone
+    };
+
+    RenameJournal() = default;
+    ~RenameJournal();
+    RenameJournal(const RenameJournal&) = delete;
+    RenameJournal& operator=(const RenameJournal&) = delete;
+
+    static QString folder(); // QXLog::logFolder() + "/Journals"
+    // Creates a new journal in folder(); false with a description on failure.
+    bool create(QString* error);
+    bool isOpen() const { return m_fd >= 0; }
+    QString path() const { return m_path; }
+
+    // Records a step before it is made; returns its number (0 when not open).
+    qint64 begin(Kind kind, const QString& from, const QString& to,
+                 const QString& finalPath = QString());
+    void done(qint64 number, const QString& where = QString());
+    void failed(qint64 number, const QString& error);
+    // The final record; syncs and closes the file.
+    void complete();
+
+    static QString kindName(Kind kind);
+    static std::optional<Kind> kindFromName(const QString& name);
+    static QByteArray encodePath(const QString& path);
+    static QString decodePath(const QByteArray& field);
+
+    // Reads a journal; a torn last line (a record cut by a crash) is ignored.
+    static std::optional<Contents> read(const QString& path, QString* error = nullptr);
+    // Every journal in folder(), oldest first.
+    static QStringList list();
+    // Marks a journal as undone by another.
+    static bool appendUndone(const QString& path, const QString& undoJournal);
+
+    // Whether the move of a step has happened, by what the disk shows now:
+    // Done steps have; Pending steps have when the source is gone and the
+    // destination is there.
+    static bool stepHappened(const Step& step);
+
+    // Reverses the moves of a journal, last first, recording them in a new
+    // journal. A step whose file is no longer where the journal left it (or
+    // whose old place is taken) is refused with a message and skipped.
+    struct UndoReport {
+        QString undoJournal; // empty when nothing had to move
+        int undone = 0;
+        QStringList refused;  // one message per step refused
+        QStringList messages; // what was done, one line per step
+    };
+    static UndoReport undo(const QString& path, QString* error);
+
+    // What an interrupted commit left behind.
+    struct Interrupted {
+        Contents contents;
+        int done = 0;
+        int pending = 0;
+        QStringList temporaryFiles; // "TMP (was OLD, to become NEW)"
+        QStringList inProgress;     // moves recorded but not marked done
+    };
+    // The journals without "complete" that were not undone.
+    static QList<Interrupted> interrupted();
+
+private:
+    bool writeRecord(const QByteArray& line);
+    int m_fd = -1;
+    QString m_path;
+    qint64 m_next = 1;
+};
