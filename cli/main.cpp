@@ -31,12 +31,16 @@ int usageError(const QString& message) {
     return 2;
 }
 
-QString q(const std::string& s) { return QString::fromStdString(s); }
+QString q(const std::string& s) {
+    return QString::fromStdString(s);
+}
 
 QString describeComponent(const NameComponent& c, quint32 padding) {
     const QString kind = componentKindName(c.kind);
     if (c.kind == ComponentKind::FrameNumber)
-        return QStringLiteral("%1 %2 (padding %3)").arg(kind, FrameValue::toText(c.value)).arg(padding);
+        return QStringLiteral("%1 %2 (padding %3)")
+            .arg(kind, FrameValue::toText(c.value))
+            .arg(padding);
     return QStringLiteral("%1 \"%2\"").arg(kind, c.text());
 }
 
@@ -46,7 +50,8 @@ void printItems(const MyDocument& doc, bool fullPaths) {
         const QString shown = fullPaths ? item->displayName() : item->fileName();
         QStringList parts;
         const quint32 padding = item->paddingLength();
-        for (const NameComponent& c : item->components()) parts.append(describeComponent(c, padding));
+        for (const NameComponent& c : item->components())
+            parts.append(describeComponent(c, padding));
         std::printf("%s%s\n    %s\n", shown.toLocal8Bit().constData(),
                     item->isDir() ? " (folder)" : "",
                     parts.join(QStringLiteral(" | ")).toLocal8Bit().constData());
@@ -87,8 +92,8 @@ void printTable(const MyDocument& doc, bool fullPaths) {
         std::printf("%s -> %s%s\n", olds[i].leftJustified(width).toLocal8Bit().constData(),
                     next.toLocal8Bit().constData(), conflict ? "  [conflict]" : "");
     }
-    std::printf("%lld file(s), %d to rename, %d conflict(s)\n", static_cast<long long>(files.size()),
-                changed, conflicts);
+    std::printf("%lld file(s), %d to rename, %d conflict(s)\n",
+                static_cast<long long>(files.size()), changed, conflicts);
 }
 } // namespace
 
@@ -106,9 +111,10 @@ int main(int argc, char** argv) {
     cli.add_option("-s,--set", o.sets,
                    "KEY=VALUE: a setting by its batch-file key (find, matchCase, offset, ...); "
                    "repeatable");
-    cli.add_option("--format", o.format,
-                   "the conform format: kind tokens written \"@@ Kind @@\" (Filename, Frame Number, "
-                   "File Extension, Created Date, Today's Date), free text between them");
+    cli.add_option(
+        "--format", o.format,
+        "the conform format: kind tokens written \"@@ Kind @@\" (Filename, Frame Number, "
+        "File Extension, Created Date, Today's Date), free text between them");
     cli.add_option("-b,--batch", o.batch, "start from a batch file; PATHs are added after");
     cli.add_option("--save", o.save, "write the batch file after adding and setting");
     cli.add_flag("--keep-folders", o.keepFolders, "add folders whole, as items");
@@ -132,7 +138,8 @@ int main(int argc, char** argv) {
 
     if (!o.batch.empty()) {
         const QString batch = q(o.batch);
-        if (!QFileInfo(batch).isFile()) return usageError(QStringLiteral("no batch file %1").arg(batch));
+        if (!QFileInfo(batch).isFile())
+            return usageError(QStringLiteral("no batch file %1").arg(batch));
         doc.readFromURL(batch);
         const QVariantMap dict = doc.batchFileDict();
         doc.setSelectedTag(dict.value(QStringLiteral("selectedAction")).toInt());
@@ -154,7 +161,8 @@ int main(int argc, char** argv) {
             return usageError(QStringLiteral("the task has no setting %1").arg(key));
         if (field.isCheck) {
             const auto state = parseCheckState(value);
-            if (!state) return usageError(QStringLiteral("%1 takes 1 or 0, not %2").arg(key, value));
+            if (!state)
+                return usageError(QStringLiteral("%1 takes 1 or 0, not %2").arg(key, value));
             doc.setCheckState(field.outlet, *state);
         } else {
             doc.setFieldText(field.outlet, value);
@@ -162,7 +170,8 @@ int main(int argc, char** argv) {
     }
     if (o.format) {
         QVariantList tokens;
-        for (const QString& t : parseFormat(q(*o.format))) tokens.append(t);
+        for (const QString& t : parseFormat(q(*o.format)))
+            tokens.append(t);
         doc.setTokens(tokens);
     }
 
@@ -189,8 +198,10 @@ int main(int argc, char** argv) {
         return 0;
     }
     doc.generatePreviewsOnThread();
-    if (o.json) printJson(doc);
-    else printTable(doc, o.fullPaths);
+    if (o.json)
+        printJson(doc);
+    else
+        printTable(doc, o.fullPaths);
     QXLog::finishWriting();
     return 0;
 }

@@ -7,7 +7,8 @@
 
 bool MyDocument::writeToURL(const QString& path) const {
     QStringList files;
-    for (const FileItemPtr& item : fileArray()) files.append(item->fullPath());
+    for (const FileItemPtr& item : fileArray())
+        files.append(item->fullPath());
     QVariantMap root;
     root.insert(QStringLiteral("version"), QStringLiteral("1.0"));
     root.insert(QStringLiteral("files"), files);
@@ -37,7 +38,8 @@ bool MyDocument::readFromURL(const QString& path) {
     QMutexLocker lock(&m_mutex);
     m_batchFileDict = dict;
     // The path list is taken as it stands: no uniqueness or existence test.
-    for (FileItemPtr& item : items) appendItemLocked(std::move(item));
+    for (FileItemPtr& item : items)
+        appendItemLocked(std::move(item));
     return true;
 }
 

@@ -12,7 +12,7 @@ struct AlertRequest {
     QString alternateButton; // empty: none
     QString otherButton;     // empty: none
     Parent parent = Parent::MainWindow;
-    bool block = true;       // the caller waits for the answer
+    bool block = true; // the caller waits for the answer
 };
 
 // Everything a batch shows to the user goes through this interface: the GUI

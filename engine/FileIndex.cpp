@@ -2,7 +2,9 @@
 
 #include <QHash>
 
-quint64 FileIndex::hashOf(const QString& path) { return qHash(path, 0x5eed); }
+quint64 FileIndex::hashOf(const QString& path) {
+    return qHash(path, 0x5eed);
+}
 
 void FileIndex::erase(const QString& path, int position) {
     auto [b, e] = m_map.equal_range(hashOf(path));

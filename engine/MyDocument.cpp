@@ -43,15 +43,16 @@ struct MyDocument::Threads {
                 if (running.empty()) return;
                 batch.swap(running);
             }
-            for (auto& e : batch) e.thread.join();
+            for (auto& e : batch)
+                e.thread.join();
         }
     }
 };
 
 MyDocument::MyDocument(DocumentView* view)
     : m_view(view), m_index(std::make_unique<FileIndex>()),
-      m_previews(std::make_unique<PreviewPipeline>(*this)),
-      m_threads(std::make_unique<Threads>()) {}
+      m_previews(std::make_unique<PreviewPipeline>(*this)), m_threads(std::make_unique<Threads>()) {
+}
 
 MyDocument::~MyDocument() {
     m_previews->cancelAll();
@@ -64,15 +65,16 @@ void MyDocument::startThread(std::function<void()> work) {
     auto done = std::make_shared<std::atomic<bool>>(false);
     QMutexLocker lock(&m_threads->mutex);
     m_threads->reapFinishedLocked();
-    m_threads->running.push_back(
-        {std::thread([work = std::move(work), done]() {
-             work();
-             done->store(true);
-         }),
-         done});
+    m_threads->running.push_back({std::thread([work = std::move(work), done]() {
+                                      work();
+                                      done->store(true);
+                                  }),
+                                  done});
 }
 
-void MyDocument::setView(DocumentView* view) { m_view = view; }
+void MyDocument::setView(DocumentView* view) {
+    m_view = view;
+}
 
 DocumentView& MyDocument::view() const {
     static NullDocumentView nullView;
@@ -180,8 +182,8 @@ QList<DirEntry> listFolder(const QString& folder) {
         const QByteArray bytes(raw);
         const QString name = QString::fromUtf8(bytes);
         if (name.toUtf8() != bytes) {
-            QXLog::appendLog(QStringLiteral("Skipped %1/%2: the name is not valid UTF-8")
-                                 .arg(folder, name));
+            QXLog::appendLog(
+                QStringLiteral("Skipped %1/%2: the name is not valid UTF-8").arg(folder, name));
             continue;
         }
         bool isDir = e->d_type == DT_DIR;
@@ -273,14 +275,15 @@ void FolderWalker::descend(const QString& folder) {
         runStart = i + 1;
         const DirEntry& e = entries[i];
         if (e.name.startsWith(u'.')) continue;
-        const QString sub = folder == u'/' ? QString(u'/' + e.name) : QString(folder + u'/' + e.name);
+        const QString sub =
+            folder == u'/' ? QString(u'/' + e.name) : QString(folder + u'/' + e.name);
         bool isDir = false;
         dev_t dev = 0;
         ino_t ino = 0;
         if (!statFolder(sub, &isDir, &dev, &ino) || !isDir) continue;
         if (m_stack.contains(qMakePair(dev, ino))) {
-            QXLog::appendLog(QStringLiteral("Skipped %1: it leads back into a folder being added")
-                                 .arg(sub));
+            QXLog::appendLog(
+                QStringLiteral("Skipped %1: it leads back into a folder being added").arg(sub));
             continue;
         }
         m_stack.append({dev, ino});
@@ -290,8 +293,8 @@ void FolderWalker::descend(const QString& folder) {
     appendRun(folder, entries, runStart, entries.size());
 }
 
-void FolderWalker::appendRun(const QString& folder, const QList<DirEntry>& entries,
-                             qsizetype from, qsizetype to) {
+void FolderWalker::appendRun(const QString& folder, const QList<DirEntry>& entries, qsizetype from,
+                             qsizetype to) {
     if (from >= to) return;
     const QString prefix = folder == u'/' ? QString() : folder; // "/" + name, not "//" + name
     QMutexLocker lock(&m_mutex);
@@ -314,7 +317,8 @@ void FolderWalker::appendRun(const QString& folder, const QList<DirEntry>& entri
 void MyDocument::addItemsOnThread(const QStringList& paths) {
     view().setSpinner(DocumentView::Spinner::AddFiles, true);
     FolderWalker walker(*this, m_mutex);
-    for (const QString& p : paths) walker.add(p, false);
+    for (const QString& p : paths)
+        walker.add(p, false);
     view().setSpinner(DocumentView::Spinner::AddFiles, false);
     view().reloadTable(true);
     enableDisableRenameButton();
@@ -327,7 +331,9 @@ void MyDocument::addItemsInBackground(const QStringList& paths) {
     startThread([this, paths] { addItemsOnThread(paths); });
 }
 
-void MyDocument::waitForAdds() { m_threads->joinAll(); }
+void MyDocument::waitForAdds() {
+    m_threads->joinAll();
+}
 
 void MyDocument::waitForPreviews() {
     m_threads->joinAll();
@@ -339,7 +345,8 @@ void MyDocument::importFolders(const QStringList& paths) {
         for (const QString& p : paths)
             addFileToList(QXFileItem::abbreviateTilde(p), true, true);
     } catch (const std::exception& e) {
-        QXException::logException(e, "-[MyDocument importFolderPanelDidEnd:returnCode:contextInfo:]");
+        QXException::logException(e,
+                                  "-[MyDocument importFolderPanelDidEnd:returnCode:contextInfo:]");
     }
     view().reloadTable(true);
     enableDisableRenameButton();
@@ -392,7 +399,8 @@ FileList MyDocument::sortFilesByPreviewFilename() const {
     });
     FileList out;
     out.reserve(files.size());
-    for (const Key& k : keys) out.append(files[k.index]);
+    for (const Key& k : keys)
+        out.append(files[k.index]);
     return out;
 }
 
@@ -404,7 +412,8 @@ FileList MyDocument::sortFilesByFrameOrder() const {
     };
     std::vector<Key> keys;
     keys.reserve(static_cast<size_t>(files.size()));
-    for (qsizetype i = 0; i < files.size(); ++i) keys.push_back({files[i]->frameNumber(), i});
+    for (qsizetype i = 0; i < files.size(); ++i)
+        keys.push_back({files[i]->frameNumber(), i});
     // frameNumberCompare: an item without a number orders the same as any
     // numbered one, while anything orders after an unnumbered other.
     std::stable_sort(keys.begin(), keys.end(), [](const Key& a, const Key& b) {
@@ -414,7 +423,8 @@ FileList MyDocument::sortFilesByFrameOrder() const {
     });
     FileList out;
     out.reserve(files.size());
-    for (const Key& k : keys) out.append(files[k.index]);
+    for (const Key& k : keys)
+        out.append(files[k.index]);
     return out;
 }
 
@@ -465,7 +475,9 @@ QString MyDocument::toolTip(int row) const {
     return rowIsConflicting(row) ? conflictToolTip() : QString();
 }
 
-void MyDocument::enableDisableRenameButton() { view().setRenameEnabled(fileCount() > 0); }
+void MyDocument::enableDisableRenameButton() {
+    view().setRenameEnabled(fileCount() > 0);
+}
 
 QList<int> MyDocument::moveRows(int count, const QList<int>& rows, int dropRow) {
     QList<bool> isMoved(count, false);
@@ -485,7 +497,8 @@ QList<int> MyDocument::moveRows(int count, const QList<int>& rows, int dropRow) 
     }
     // Without a target, or when the target moved itself, the block goes last.
     if (insertion < 0) insertion = static_cast<int>(order.size());
-    for (qsizetype k = 0; k < moved.size(); ++k) order.insert(insertion + k, moved[k]);
+    for (qsizetype k = 0; k < moved.size(); ++k)
+        order.insert(insertion + k, moved[k]);
     return order;
 }
 
@@ -496,7 +509,8 @@ bool MyDocument::acceptRowDrop(const QList<int>& rows, int dropRow) {
             const QList<int> order = moveRows(static_cast<int>(m_files.size()), rows, dropRow);
             FileList next;
             next.reserve(m_files.size());
-            for (int i : order) next.append(m_files[i]);
+            for (int i : order)
+                next.append(m_files[i]);
             m_files = next;
             rebuildIndexLocked();
         }

@@ -98,11 +98,11 @@ public:
     static QString taskDescription(int tag); // the blank panel's text, or empty
     static bool taskUsesFrameOrder(int tag);
     void changeTask(int tag);
-    void generatePreviews();   // starts a thread; returns at once
+    void generatePreviews(); // starts a thread; returns at once
     void generatePreviewsOnThread();
-    void waitForPreviews();    // until every preview thread has finished
+    void waitForPreviews(); // until every preview thread has finished
     void checkForConflicts();
-    void process();            // the Rename button
+    void process(); // the Rename button
     // Runs the preview entry point of a tag on some files (false: none).
     bool runPreviewTask(int tag, const QVariantMap& settings, const FileList& files);
     // Runs the commit entry point of a tag (false for tags without one).
@@ -161,7 +161,6 @@ public:
         QString informativeText;
     };
     std::optional<GapReport> checkFrameGaps(); // shows the alert; nullopt on exception
-
 
     // Commit entry points: the two-argument form on the whole list (frame
     // order for reverse, close gaps, offset and conform).

@@ -2,12 +2,18 @@
 
 QString componentKindName(ComponentKind kind) {
     switch (kind) {
-    case ComponentKind::Filename: return QStringLiteral("Filename");
-    case ComponentKind::Separator: return QStringLiteral("Separator");
-    case ComponentKind::FrameNumber: return QStringLiteral("Frame Number");
-    case ComponentKind::FileExtension: return QStringLiteral("File Extension");
-    case ComponentKind::Date: return QStringLiteral("Date");
-    case ComponentKind::Unknown: break;
+    case ComponentKind::Filename:
+        return QStringLiteral("Filename");
+    case ComponentKind::Separator:
+        return QStringLiteral("Separator");
+    case ComponentKind::FrameNumber:
+        return QStringLiteral("Frame Number");
+    case ComponentKind::FileExtension:
+        return QStringLiteral("File Extension");
+    case ComponentKind::Date:
+        return QStringLiteral("Date");
+    case ComponentKind::Unknown:
+        break;
     }
     return QStringLiteral("Unknown");
 }
@@ -44,7 +50,9 @@ static bool isUnsignedInt(const QVariant& v) {
     }
 }
 
-bool NameComponent::holdsNumber() const { return isSignedInt(value) || isUnsignedInt(value); }
+bool NameComponent::holdsNumber() const {
+    return isSignedInt(value) || isUnsignedInt(value);
+}
 
 quint64 FrameValue::toUnsigned(const QVariant& v) {
     if (isUnsignedInt(v)) return v.toULongLong();

@@ -17,7 +17,9 @@ void PreviewPipeline::cancelAll() {
     m_pool.clear();
 }
 
-void PreviewPipeline::waitForDone() { m_pool.waitForDone(); }
+void PreviewPipeline::waitForDone() {
+    m_pool.waitForDone();
+}
 
 QList<QPair<int, int>> PreviewPipeline::batches(int count) {
     QList<QPair<int, int>> out;

@@ -20,10 +20,13 @@ private:
 };
 
 void QXFileItem::lock() const {
-    while (m_lock.test_and_set(std::memory_order_acquire)) std::this_thread::yield();
+    while (m_lock.test_and_set(std::memory_order_acquire))
+        std::this_thread::yield();
 }
 
-void QXFileItem::unlock() const { m_lock.clear(std::memory_order_release); }
+void QXFileItem::unlock() const {
+    m_lock.clear(std::memory_order_release);
+}
 
 QXFileItem::QXFileItem(const QXFileItem& other) {
     Guard g(&other);
@@ -45,8 +48,18 @@ const QString& QXFileItem::separatorCharacters() {
 
 bool QXFileItem::isSeparator(QChar c) {
     switch (c.unicode()) {
-    case '#': case '(': case ')': case '-': case '.': case '<':
-    case '>': case '[': case ']': case '_': case '{': case '}':
+    case '#':
+    case '(':
+    case ')':
+    case '-':
+    case '.':
+    case '<':
+    case '>':
+    case '[':
+    case ']':
+    case '_':
+    case '{':
+    case '}':
         return true;
     default:
         return false;
@@ -72,7 +85,8 @@ QVariant QXFileItem::typedValue(const QString& token) {
 
 QString QXFileItem::lastPathComponent(const QString& path) {
     QStringView v(path);
-    while (v.size() > 1 && v.endsWith(u'/')) v.chop(1);
+    while (v.size() > 1 && v.endsWith(u'/'))
+        v.chop(1);
     const qsizetype slash = v.lastIndexOf(u'/');
     if (slash < 0 || v.size() == 1) return v.toString();
     return v.mid(slash + 1).toString();
@@ -80,7 +94,8 @@ QString QXFileItem::lastPathComponent(const QString& path) {
 
 QString QXFileItem::deletingLastPathComponent(const QString& path) {
     QStringView v(path);
-    while (v.size() > 1 && v.endsWith(u'/')) v.chop(1);
+    while (v.size() > 1 && v.endsWith(u'/'))
+        v.chop(1);
     const qsizetype slash = v.lastIndexOf(u'/');
     if (slash < 0) return QString();
     if (slash == 0) return QStringLiteral("/");
@@ -209,7 +224,8 @@ quint32 QXFileItem::framePadding(QStringView name) {
     const qsizetype dot = name.lastIndexOf(u'.');
     if (dot > 0 && dot < name.size() - 1) end = dot; // drop the extension
     qsizetype start = end;
-    while (start > 0 && !isSeparator(name[start - 1])) --start;
+    while (start > 0 && !isSeparator(name[start - 1]))
+        --start;
     if (start == end) return 0;
     qint64 value = 0;
     for (qsizetype i = start; i < end; ++i) {
@@ -328,7 +344,8 @@ void QXFileItem::generateComponentsFromFile(const QString& path) {
     quint32 padding = 0;
     bool found = false;
     ComponentList list = parseName(path, &padding);
-    for (const auto& c : list) found = found || c.kind == ComponentKind::FrameNumber;
+    for (const auto& c : list)
+        found = found || c.kind == ComponentKind::FrameNumber;
     Guard g(this);
     materializePreviewLocked();
     m_components = std::move(list);
@@ -336,7 +353,9 @@ void QXFileItem::generateComponentsFromFile(const QString& path) {
     if (found) m_padding = padding; // untouched when no frame number was found
 }
 
-QVariant QXFileItem::frameNumber() const { return firstFrameNumber(components()); }
+QVariant QXFileItem::frameNumber() const {
+    return firstFrameNumber(components());
+}
 
 void QXFileItem::setFrameNumber(const QVariant& number) {
     ComponentList list = components();
@@ -391,7 +410,9 @@ QString QXFileItem::proposedFileName() const {
     return buildName(m_components, m_padding);
 }
 
-void QXFileItem::synchronize() { setFileName(proposedFileName()); }
+void QXFileItem::synchronize() {
+    setFileName(proposedFileName());
+}
 
 void QXFileItem::resetPreview() {
     auto fresh = copy();
@@ -405,7 +426,9 @@ QString QXFileItem::fullPath() const {
     return m_containerDir + u'/' + m_fileName;
 }
 
-QString QXFileItem::displayName() const { return abbreviateTilde(fullPath()); }
+QString QXFileItem::displayName() const {
+    return abbreviateTilde(fullPath());
+}
 
 int QXFileItem::previewFilenameCompare(const QXFileItem* other) const {
     if (!other) return 1;
@@ -440,7 +463,8 @@ QByteArray QXFileItem::encode() const {
     s << containerDir() << fileName();
     s << QStringLiteral("paddingLength") << static_cast<qint64>(paddingLength());
     s << static_cast<quint32>(comps.size());
-    for (const auto& c : comps) s << componentKindName(c.kind) << c.value;
+    for (const auto& c : comps)
+        s << componentKindName(c.kind) << c.value;
     s << QStringLiteral("isConflicting") << static_cast<qint64>(isConflicting() ? 1 : 0);
     s << QStringLiteral("isDir") << static_cast<qint64>(isDir() ? 1 : 0);
     return out;

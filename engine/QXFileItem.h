@@ -110,7 +110,7 @@ private:
     ComponentList m_components;
     mutable FileItemPtr m_preview;
     quint32 m_padding = 0;
-    bool m_hasComponents = false;      // false: components are the parse of m_fileName
+    bool m_hasComponents = false;          // false: components are the parse of m_fileName
     mutable bool m_previewPending = false; // true: the preview is this item as created
     std::atomic<bool> m_conflicting{false};
     std::atomic<bool> m_isDir{false};

@@ -9,7 +9,8 @@
 qint64 leadingInteger(const QString& text) {
     qsizetype i = 0;
     const qsizetype n = text.size();
-    while (i < n && text[i].isSpace()) ++i;
+    while (i < n && text[i].isSpace())
+        ++i;
     bool negative = false;
     if (i < n && (text[i] == u'-' || text[i] == u'+')) negative = text[i++] == u'-';
     quint64 magnitude = 0;
@@ -17,8 +18,10 @@ qint64 leadingInteger(const QString& text) {
     for (; i < n; ++i) {
         const ushort u = text[i].unicode();
         if (u < '0' || u > '9') break;
-        if (magnitude > (std::numeric_limits<quint64>::max() - (u - '0')) / 10) overflow = true;
-        else magnitude = magnitude * 10 + (u - '0');
+        if (magnitude > (std::numeric_limits<quint64>::max() - (u - '0')) / 10)
+            overflow = true;
+        else
+            magnitude = magnitude * 10 + (u - '0');
     }
     constexpr quint64 maxPos = static_cast<quint64>(std::numeric_limits<qint64>::max());
     if (negative) {
@@ -31,7 +34,14 @@ qint64 leadingInteger(const QString& text) {
 }
 
 qint64 SettingsForm::fieldIntegerValue(const QString& outlet) const {
-    return leadingInteger(fieldText(outlet));
+    // A frame field that shows a saved negative value as its unsigned bits
+    // (18446744073709551613) reads back as that negative value (-3).
+    const QString text = fieldText(outlet).trimmed();
+    bool ok = false;
+    const quint64 wide = text.toULongLong(&ok);
+    if (ok && wide > static_cast<quint64>(std::numeric_limits<qint64>::max()))
+        return static_cast<qint64>(wide);
+    return leadingInteger(text);
 }
 
 SettingsForm MyDocument::settingsForm() const {
@@ -105,11 +115,16 @@ const SettingRow kRows[] = {
 // An integer as a saved entry holds it: a number, or text read as a number.
 qint64 integerOf(const QVariant& v) {
     switch (v.typeId()) {
-    case QMetaType::QString: return leadingInteger(v.toString());
-    case QMetaType::ULongLong: return static_cast<qint64>(v.toULongLong());
-    case QMetaType::Bool: return v.toBool() ? 1 : 0;
-    case QMetaType::Double: return static_cast<qint64>(v.toDouble());
-    default: return v.canConvert<qlonglong>() ? v.toLongLong() : 0;
+    case QMetaType::QString:
+        return leadingInteger(v.toString());
+    case QMetaType::ULongLong:
+        return static_cast<qint64>(v.toULongLong());
+    case QMetaType::Bool:
+        return v.toBool() ? 1 : 0;
+    case QMetaType::Double:
+        return static_cast<qint64>(v.toDouble());
+    default:
+        return v.canConvert<qlonglong>() ? v.toLongLong() : 0;
     }
 }
 } // namespace
@@ -140,7 +155,9 @@ QVariantMap MyDocument::dictionaryFromSettings() const {
         if (row.tag != form.selectedTag) continue;
         const QString key = QString::fromLatin1(row.key);
         switch (row.carry) {
-        case Carry::Text: out.insert(key, form.fieldText(*row.outlet)); break;
+        case Carry::Text:
+            out.insert(key, form.fieldText(*row.outlet));
+            break;
         case Carry::Check:
             out.insert(key, QVariant::fromValue<qlonglong>(form.checkState(*row.outlet)));
             break;
@@ -176,8 +193,10 @@ void MyDocument::setSettingsFromDictionary(const QVariantMap& settings) {
                 break;
             case Carry::Frame: {
                 QString text;
-                if (v.typeId() == QMetaType::ULongLong) text = QString::number(v.toULongLong());
-                else if (v.isValid()) text = v.toString();
+                if (v.typeId() == QMetaType::ULongLong)
+                    text = QString::number(v.toULongLong());
+                else if (v.isValid())
+                    text = v.toString();
                 m_form.text.insert(*row.outlet, text);
                 break;
             }

@@ -39,8 +39,9 @@ struct SettingsForm {
 
     QString fieldText(const QString& outlet) const { return text.value(outlet); }
     int checkState(const QString& outlet) const { return checks.value(outlet, 0); }
-    // The field's integer value, as a text field reads its text: leading white
-    // space, an optional sign, decimal digits; 0 when none.
+    // The field's integer value: leading white space, an optional sign, decimal
+    // digits (0 when none); text of a number in the unsigned upper half of the
+    // 64-bit range reads as the signed value of the same bits.
     qint64 fieldIntegerValue(const QString& outlet) const;
 };
 

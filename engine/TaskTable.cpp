@@ -27,19 +27,26 @@ const TaskEntry kTasks[] = {
     {11, &MyDocument::processRemoveFileExtension, &MyDocument::processRemoveFileExtension, false},
     {12, &MyDocument::processAddPrefix, &MyDocument::processAddPrefix, true},
     {13, &MyDocument::processAddSuffix, &MyDocument::processAddSuffix, true},
-    {14, &MyDocument::processRemoveCharactersFromStart, &MyDocument::processRemoveCharactersFromStart, true},
-    {15, &MyDocument::processRemoveCharactersFromEnd, &MyDocument::processRemoveCharactersFromEnd, true},
+    {14, &MyDocument::processRemoveCharactersFromStart,
+     &MyDocument::processRemoveCharactersFromStart, true},
+    {15, &MyDocument::processRemoveCharactersFromEnd, &MyDocument::processRemoveCharactersFromEnd,
+     true},
     {16, &MyDocument::processRemoveCharacterRange, &MyDocument::processRemoveCharacterRange, true},
-    {17, &MyDocument::processConvertSpacesToUnderscores, &MyDocument::processConvertSpacesToUnderscores, false},
+    {17, &MyDocument::processConvertSpacesToUnderscores,
+     &MyDocument::processConvertSpacesToUnderscores, false},
     {18, &MyDocument::processStripNonAlphanumeric, &MyDocument::processStripNonAlphanumeric, false},
     {19, &MyDocument::processRemoveTrailingSpaces, &MyDocument::processRemoveTrailingSpaces, false},
     {20, &MyDocument::processUppercase, &MyDocument::processUppercase, false},
     {21, &MyDocument::processLowercase, &MyDocument::processLowercase, false},
-    {22, &MyDocument::processLowercaseFileExtension, &MyDocument::processLowercaseFileExtension, false},
-    {23, &MyDocument::processUppercaseFileExtension, &MyDocument::processUppercaseFileExtension, false},
+    {22, &MyDocument::processLowercaseFileExtension, &MyDocument::processLowercaseFileExtension,
+     false},
+    {23, &MyDocument::processUppercaseFileExtension, &MyDocument::processUppercaseFileExtension,
+     false},
     {24, &MyDocument::processCapitalizeWords, &MyDocument::processCapitalizeWords, false},
-    {25, &MyDocument::processInsertCharactersAtPosition, &MyDocument::processInsertCharactersAtPosition, true},
-    {26, &MyDocument::processReplaceCharactersInRange, &MyDocument::processReplaceCharactersInRange, true},
+    {25, &MyDocument::processInsertCharactersAtPosition,
+     &MyDocument::processInsertCharactersAtPosition, true},
+    {26, &MyDocument::processReplaceCharactersInRange, &MyDocument::processReplaceCharactersInRange,
+     true},
 };
 
 const TaskEntry* taskFor(int tag) {
@@ -49,31 +56,81 @@ const TaskEntry* taskFor(int tag) {
 }
 } // namespace
 
-bool MyDocument::processFindAndReplace(const QVariantMap& s) { return processFindAndReplace(s, fileArray()); }
-bool MyDocument::processConform(const QVariantMap& s) { return processConform(s, sortFilesByFrameOrder()); }
-bool MyDocument::processOffsetNumbers(const QVariantMap& s) { return processOffsetNumbers(s, sortFilesByFrameOrder()); }
-bool MyDocument::processCloseGaps(const QVariantMap& s) { return processCloseGaps(s, sortFilesByFrameOrder()); }
-bool MyDocument::processPadNumbers(const QVariantMap& s) { return processPadNumbers(s, fileArray()); }
-bool MyDocument::processReverseNumbers(const QVariantMap& s) { return processReverseNumbers(s, sortFilesByFrameOrder()); }
-bool MyDocument::processReorderFrames(const QVariantMap& s) { return processReorderFrames(s, fileArray()); }
-bool MyDocument::processRemoveFrameNumber(const QVariantMap& s) { return processRemoveFrameNumber(s, fileArray()); }
-bool MyDocument::processChangeFileExtension(const QVariantMap& s) { return processChangeFileExtension(s, fileArray()); }
-bool MyDocument::processRemoveFileExtension(const QVariantMap& s) { return processRemoveFileExtension(s, fileArray()); }
-bool MyDocument::processAddPrefix(const QVariantMap& s) { return processAddPrefix(s, fileArray()); }
-bool MyDocument::processAddSuffix(const QVariantMap& s) { return processAddSuffix(s, fileArray()); }
-bool MyDocument::processRemoveCharactersFromStart(const QVariantMap& s) { return processRemoveCharactersFromStart(s, fileArray()); }
-bool MyDocument::processRemoveCharactersFromEnd(const QVariantMap& s) { return processRemoveCharactersFromEnd(s, fileArray()); }
-bool MyDocument::processRemoveCharacterRange(const QVariantMap& s) { return processRemoveCharacterRange(s, fileArray()); }
-bool MyDocument::processConvertSpacesToUnderscores(const QVariantMap& s) { return processConvertSpacesToUnderscores(s, fileArray()); }
-bool MyDocument::processStripNonAlphanumeric(const QVariantMap& s) { return processStripNonAlphanumeric(s, fileArray()); }
-bool MyDocument::processRemoveTrailingSpaces(const QVariantMap& s) { return processRemoveTrailingSpaces(s, fileArray()); }
-bool MyDocument::processUppercase(const QVariantMap& s) { return processUppercase(s, fileArray()); }
-bool MyDocument::processLowercase(const QVariantMap& s) { return processLowercase(s, fileArray()); }
-bool MyDocument::processLowercaseFileExtension(const QVariantMap& s) { return processLowercaseFileExtension(s, fileArray()); }
-bool MyDocument::processUppercaseFileExtension(const QVariantMap& s) { return processUppercaseFileExtension(s, fileArray()); }
-bool MyDocument::processCapitalizeWords(const QVariantMap& s) { return processCapitalizeWords(s, fileArray()); }
-bool MyDocument::processInsertCharactersAtPosition(const QVariantMap& s) { return processInsertCharactersAtPosition(s, fileArray()); }
-bool MyDocument::processReplaceCharactersInRange(const QVariantMap& s) { return processReplaceCharactersInRange(s, fileArray()); }
+bool MyDocument::processFindAndReplace(const QVariantMap& s) {
+    return processFindAndReplace(s, fileArray());
+}
+bool MyDocument::processConform(const QVariantMap& s) {
+    return processConform(s, sortFilesByFrameOrder());
+}
+bool MyDocument::processOffsetNumbers(const QVariantMap& s) {
+    return processOffsetNumbers(s, sortFilesByFrameOrder());
+}
+bool MyDocument::processCloseGaps(const QVariantMap& s) {
+    return processCloseGaps(s, sortFilesByFrameOrder());
+}
+bool MyDocument::processPadNumbers(const QVariantMap& s) {
+    return processPadNumbers(s, fileArray());
+}
+bool MyDocument::processReverseNumbers(const QVariantMap& s) {
+    return processReverseNumbers(s, sortFilesByFrameOrder());
+}
+bool MyDocument::processReorderFrames(const QVariantMap& s) {
+    return processReorderFrames(s, fileArray());
+}
+bool MyDocument::processRemoveFrameNumber(const QVariantMap& s) {
+    return processRemoveFrameNumber(s, fileArray());
+}
+bool MyDocument::processChangeFileExtension(const QVariantMap& s) {
+    return processChangeFileExtension(s, fileArray());
+}
+bool MyDocument::processRemoveFileExtension(const QVariantMap& s) {
+    return processRemoveFileExtension(s, fileArray());
+}
+bool MyDocument::processAddPrefix(const QVariantMap& s) {
+    return processAddPrefix(s, fileArray());
+}
+bool MyDocument::processAddSuffix(const QVariantMap& s) {
+    return processAddSuffix(s, fileArray());
+}
+bool MyDocument::processRemoveCharactersFromStart(const QVariantMap& s) {
+    return processRemoveCharactersFromStart(s, fileArray());
+}
+bool MyDocument::processRemoveCharactersFromEnd(const QVariantMap& s) {
+    return processRemoveCharactersFromEnd(s, fileArray());
+}
+bool MyDocument::processRemoveCharacterRange(const QVariantMap& s) {
+    return processRemoveCharacterRange(s, fileArray());
+}
+bool MyDocument::processConvertSpacesToUnderscores(const QVariantMap& s) {
+    return processConvertSpacesToUnderscores(s, fileArray());
+}
+bool MyDocument::processStripNonAlphanumeric(const QVariantMap& s) {
+    return processStripNonAlphanumeric(s, fileArray());
+}
+bool MyDocument::processRemoveTrailingSpaces(const QVariantMap& s) {
+    return processRemoveTrailingSpaces(s, fileArray());
+}
+bool MyDocument::processUppercase(const QVariantMap& s) {
+    return processUppercase(s, fileArray());
+}
+bool MyDocument::processLowercase(const QVariantMap& s) {
+    return processLowercase(s, fileArray());
+}
+bool MyDocument::processLowercaseFileExtension(const QVariantMap& s) {
+    return processLowercaseFileExtension(s, fileArray());
+}
+bool MyDocument::processUppercaseFileExtension(const QVariantMap& s) {
+    return processUppercaseFileExtension(s, fileArray());
+}
+bool MyDocument::processCapitalizeWords(const QVariantMap& s) {
+    return processCapitalizeWords(s, fileArray());
+}
+bool MyDocument::processInsertCharactersAtPosition(const QVariantMap& s) {
+    return processInsertCharactersAtPosition(s, fileArray());
+}
+bool MyDocument::processReplaceCharactersInRange(const QVariantMap& s) {
+    return processReplaceCharactersInRange(s, fileArray());
+}
 
 bool MyDocument::runPreviewTask(int tag, const QVariantMap& settings, const FileList& files) {
     const TaskEntry* t = taskFor(tag);
@@ -86,12 +143,16 @@ bool MyDocument::runCommitTask(int tag, const QVariantMap& settings) {
     return (this->*(t->commit))(t->takesSettings ? settings : QVariantMap());
 }
 
-bool MyDocument::taskUsesFrameOrder(int tag) { return tag == 2 || tag == 3 || tag == 4 || tag == 6; }
+bool MyDocument::taskUsesFrameOrder(int tag) {
+    return tag == 2 || tag == 3 || tag == 4 || tag == 6;
+}
 
 QString MyDocument::taskDescription(int tag) {
     switch (tag) {
-    case 4: return QStringLiteral("Renumbers frame numbers so that there are no gaps.");
-    case 6: return QStringLiteral("Reverses frame numbers.");
+    case 4:
+        return QStringLiteral("Renumbers frame numbers so that there are no gaps.");
+    case 6:
+        return QStringLiteral("Reverses frame numbers.");
     case 8:
         return QStringLiteral("Does not rename any files but tells you where gaps are occurring.");
     case 9:
@@ -172,8 +233,9 @@ void MyDocument::generatePreviews() {
     startThread([this] { generatePreviewsOnThread(); });
 }
 
-void MyDocument::generatePreviewsOnThread() { m_previews->run(); }
-
+void MyDocument::generatePreviewsOnThread() {
+    m_previews->run();
+}
 
 void MyDocument::checkForConflicts() {
     const FileList sorted = sortFilesByPreviewFilename();
@@ -199,8 +261,8 @@ void MyDocument::process() {
     int changed = 0;
     for (const FileItemPtr& item : fileArray()) {
         const FileItemPtr preview = item->previewObject();
-        const QString previewName = preview ? QXFileItem::lastPathComponent(preview->fileName())
-                                            : QString();
+        const QString previewName =
+            preview ? QXFileItem::lastPathComponent(preview->fileName()) : QString();
         if (QXFileItem::lastPathComponent(item->fileName()) != previewName) ++changed;
     }
     if (changed == 0) {
@@ -212,9 +274,9 @@ void MyDocument::process() {
     const QString message = QStringLiteral("Are you sure you wish to rename %1 file%2?")
                                 .arg(changed)
                                 .arg(changed == 1 ? QString() : QStringLiteral("s"));
-    const int answer = view().alert({message, QStringLiteral("This cannot be undone."),
-                                     QStringLiteral("Rename"), QStringLiteral("Cancel"), QString(),
-                                     AlertRequest::Parent::MainWindow, true});
+    const int answer =
+        view().alert({message, QStringLiteral("This cannot be undone."), QStringLiteral("Rename"),
+                      QStringLiteral("Cancel"), QString(), AlertRequest::Parent::MainWindow, true});
     if (answer != DocumentView::AlertDefault) return;
     startThread([this, changed] { startProcessing(changed); });
 }

@@ -36,10 +36,15 @@ QString describeVariant(const QVariant& value, int indent) {
                    (i + 1 < list.size() ? QStringLiteral(",\n") : QStringLiteral("\n"));
         return out + pad + u')';
     }
-    case QMetaType::QString: return quoteIfNeeded(value.toString());
-    case QMetaType::Bool: return value.toBool() ? QStringLiteral("1") : QStringLiteral("0");
-    case QMetaType::QDateTime: return QXDate::description(value.toDateTime());
-    case QMetaType::ULongLong: return QString::number(value.toULongLong());
-    default: return value.toString();
+    case QMetaType::QString:
+        return quoteIfNeeded(value.toString());
+    case QMetaType::Bool:
+        return value.toBool() ? QStringLiteral("1") : QStringLiteral("0");
+    case QMetaType::QDateTime:
+        return QXDate::description(value.toDateTime());
+    case QMetaType::ULongLong:
+        return QString::number(value.toULongLong());
+    default:
+        return value.toString();
     }
 }

@@ -18,10 +18,10 @@ public:
     }
     void setSpinner(Spinner which, bool running) override {
         QMutexLocker l(&m_mutex);
-        spinnerEvents.append(QStringLiteral("%1:%2")
-                                 .arg(which == Spinner::AddFiles ? QStringLiteral("add")
-                                                                 : QStringLiteral("preview"))
-                                 .arg(running ? QStringLiteral("start") : QStringLiteral("stop")));
+        spinnerEvents.append(
+            QStringLiteral("%1:%2")
+                .arg(which == Spinner::AddFiles ? QStringLiteral("add") : QStringLiteral("preview"))
+                .arg(running ? QStringLiteral("start") : QStringLiteral("stop")));
     }
     void setRenameEnabled(bool enabled) override { renameEnabled = enabled; }
     void clearSelection() override { ++selectionCleared; }

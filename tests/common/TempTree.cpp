@@ -22,7 +22,9 @@ QString TempTree::dir(const QString& relative) const {
     return p;
 }
 
-bool TempTree::exists(const QString& relative) const { return QFileInfo::exists((*this)(relative)); }
+bool TempTree::exists(const QString& relative) const {
+    return QFileInfo::exists((*this)(relative));
+}
 
 QByteArray TempTree::read(const QString& relative) const {
     QFile f((*this)(relative));

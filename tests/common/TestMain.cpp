@@ -13,9 +13,9 @@ int main(int argc, char** argv) {
     if (!home.isValid()) return 2;
     const QByteArray h = home.path().toUtf8();
     setenv("HOME", h.constData(), 1);
-    setenv("XDG_DATA_HOME", (h + "/.local/share").constData(), 1);
-    setenv("XDG_CONFIG_HOME", (h + "/.config").constData(), 1);
-    setenv("XDG_CACHE_HOME", (h + "/.cache").constData(), 1);
+    setenv("XDG_DATA_HOME", QByteArray(h + "/.local/share").constData(), 1);
+    setenv("XDG_CONFIG_HOME", QByteArray(h + "/.config").constData(), 1);
+    setenv("XDG_CACHE_HOME", QByteArray(h + "/.cache").constData(), 1);
     unsetenv("SUDO_USER");
     unsetenv("PKEXEC_UID");
     QDir().mkpath(home.path() + QStringLiteral("/Desktop"));

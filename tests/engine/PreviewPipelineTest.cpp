@@ -1,0 +1,170 @@
+#include "PreviewPipeline.h"
+#include "MyDocument.h"
+#include "RecordingView.h"
+
+#include <gtest/gtest.h>
+
+namespace {
+FileList numbered(MyDocument& doc, int count, const QString& folder = QStringLiteral("/p")) {
+    for (int i = 1; i <= count; ++i)
+        doc.addFileToList(
+            QStringLiteral("%1/Shot.%2.exr").arg(folder).arg(i, 4, 10, QLatin1Char('0')));
+    return doc.fileArray();
+}
+
+QString previewName(const FileItemPtr& item) {
+    return item->previewObject()->fileName();
+}
+
+TEST(PreviewPipeline, BatchArithmetic) {
+    using B = QList<QPair<int, int>>;
+    EXPECT_EQ(PreviewPipeline::batches(0), B());
+    EXPECT_EQ(PreviewPipeline::batches(1), B({{0, 1}}));
+    EXPECT_EQ(PreviewPipeline::batches(50), B({{0, 50}}));
+    EXPECT_EQ(PreviewPipeline::batches(51), B({{0, 51}}));
+    EXPECT_EQ(PreviewPipeline::batches(99), B({{0, 99}}));
+    EXPECT_EQ(PreviewPipeline::batches(100), B({{0, 50}, {50, 50}}));
+    EXPECT_EQ(PreviewPipeline::batches(149), B({{0, 50}, {50, 99}}));
+    EXPECT_EQ(PreviewPipeline::batches(150), B({{0, 50}, {50, 50}, {100, 50}}));
+}
+
+TEST(PreviewPipeline, EmptyListComputesNothing) {
+    RecordingView view;
+    MyDocument doc(&view);
+    doc.changeTask(21);
+    doc.waitForPreviews();
+    EXPECT_TRUE(view.spinnerEvents.isEmpty());
+    EXPECT_EQ(view.lastTag, 21);
+    EXPECT_EQ(view.lastDescription, MyDocument::taskDescription(21));
+}
+
+TEST(PreviewPipeline, PreviewsEveryItemAndLeavesItemsAlone) {
+    RecordingView view;
+    MyDocument doc(&view);
+    const FileList files = numbered(doc, 149);
+    doc.changeTask(21);
+    doc.waitForPreviews();
+    for (const auto& f : files) {
+        EXPECT_TRUE(previewName(f).startsWith(QStringLiteral("shot.")));
+        EXPECT_TRUE(f->fileName().startsWith(QStringLiteral("Shot.")));
+    }
+    EXPECT_EQ(view.spinnerEvents,
+              QStringList({QStringLiteral("preview:start"), QStringLiteral("preview:stop")}));
+    EXPECT_TRUE(view.renameEnabled);
+}
+
+TEST(PreviewPipeline, ReversingBatchesIsLocalToEachBatch) {
+    MyDocument doc;
+    const FileList files = numbered(doc, 149);
+    doc.changeTask(6);
+    doc.waitForPreviews();
+    // First batch: 1..50 reversed within itself; second: 51..149.
+    EXPECT_EQ(previewName(files[0]), QStringLiteral("Shot.0050.exr"));
+    EXPECT_EQ(previewName(files[49]), QStringLiteral("Shot.0001.exr"));
+    EXPECT_EQ(previewName(files[50]), QStringLiteral("Shot.0149.exr"));
+    EXPECT_EQ(previewName(files[148]), QStringLiteral("Shot.0051.exr"));
+}
+
+TEST(PreviewPipeline, RenumberContinuesAcrossBatches) {
+    MyDocument doc;
+    const FileList files = numbered(doc, 120);
+    doc.setFieldText(Outlet::reorderStartFrameField, QStringLiteral("1"));
+    doc.changeTask(7);
+    doc.waitForPreviews();
+    EXPECT_EQ(previewName(files[0]), QStringLiteral("Shot.0001.exr"));
+    EXPECT_EQ(previewName(files[50]), QStringLiteral("Shot.0051.exr"));
+    EXPECT_EQ(previewName(files[119]), QStringLiteral("Shot.0120.exr"));
+}
+
+TEST(PreviewPipeline, ConflictsWithinAFolderOnly) {
+    MyDocument doc;
+    doc.addFileToList(QStringLiteral("/a/x.1.exr"));
+    doc.addFileToList(QStringLiteral("/a/x.2.exr"));
+    doc.addFileToList(QStringLiteral("/b/x.3.exr"));
+    doc.addFileToList(QStringLiteral("/a/y.1.exr"));
+    doc.changeTask(9); // remove frame numbers: x.exr three times, y.exr once
+    doc.waitForPreviews();
+    const FileList f = doc.fileArray();
+    EXPECT_TRUE(f[0]->previewObject()->isConflicting());
+    EXPECT_TRUE(f[1]->previewObject()->isConflicting());
+    EXPECT_FALSE(f[2]->previewObject()->isConflicting()); // another folder
+    EXPECT_FALSE(f[3]->previewObject()->isConflicting());
+    EXPECT_TRUE(doc.rowIsConflicting(0));
+    // Names that differ only in case are no conflict.
+    MyDocument cased;
+    cased.addFileToList(QStringLiteral("/c/A.jpg"));
+    cased.addFileToList(QStringLiteral("/c/a.JPG"));
+    cased.changeTask(22);
+    cased.waitForPreviews();
+    EXPECT_FALSE(cased.rowIsConflicting(0));
+}
+
+TEST(PreviewPipeline, GapCheckTaskKeepsPreviewsAndRechecksConflicts) {
+    MyDocument doc;
+    numbered(doc, 3);
+    doc.changeTask(21);
+    doc.waitForPreviews();
+    doc.changeTask(8);
+    doc.waitForPreviews();
+    EXPECT_EQ(previewName(doc.fileArray().first()), QStringLiteral("shot.0001.exr"));
+}
+
+TEST(PreviewPipeline, NewerRequestsSupersedeOlderOnes) {
+    MyDocument doc;
+    const FileList files = numbered(doc, 2000);
+    for (int i = 0; i < 10; ++i)
+        doc.changeTask(i % 2 ? 21 : 20);
+    doc.changeTask(21);
+    doc.waitForPreviews();
+    // Whatever ran in between, a last full pass leaves every preview lower-cased.
+    doc.generatePreviewsOnThread();
+    for (const auto& f : files)
+        ASSERT_EQ(previewName(f), f->fileName().toLower());
+}
+
+TEST(PreviewPipeline, DestroyingTheDocumentStopsItsThreads) {
+    for (int round = 0; round < 5; ++round) {
+        auto doc = std::make_unique<MyDocument>();
+        numbered(*doc, 500);
+        doc->changeTask(20);
+        doc->changeTask(21);
+        doc.reset(); // joins the preview threads; ASan would see a use after free
+    }
+    SUCCEED();
+}
+
+TEST(PreviewPipeline, RenameConfirmationCountsChangedNames) {
+    RecordingView view;
+    MyDocument doc(&view);
+    doc.addFileToList(QStringLiteral("/r/lower.jpg"));
+    doc.addFileToList(QStringLiteral("/r/Upper.jpg"));
+    doc.changeTask(21);
+    doc.waitForPreviews();
+    view.answers = {DocumentView::AlertAlternate};
+    doc.process();
+    ASSERT_EQ(view.alerts.size(), 1);
+    EXPECT_EQ(view.alerts[0].messageText,
+              QStringLiteral("Are you sure you wish to rename 1 file?"));
+    EXPECT_EQ(view.alerts[0].informativeText, QStringLiteral("This cannot be undone."));
+    EXPECT_EQ(view.alerts[0].defaultButton, QStringLiteral("Rename"));
+    EXPECT_EQ(view.alerts[0].alternateButton, QStringLiteral("Cancel"));
+    doc.waitForPreviews();
+    EXPECT_TRUE(view.progressEvents.isEmpty()); // cancelled: no commit started
+
+    doc.changeTask(20);
+    doc.waitForPreviews();
+    view.answers = {DocumentView::AlertAlternate};
+    doc.process();
+    EXPECT_EQ(view.alerts[1].messageText,
+              QStringLiteral("Are you sure you wish to rename 2 files?"));
+
+    doc.changeTask(0);
+    doc.waitForPreviews();
+    doc.changeTask(22); // extensions already lower case: nothing changes
+    doc.waitForPreviews();
+    doc.process();
+    EXPECT_EQ(view.alerts[2].messageText, QStringLiteral("No files need renaming"));
+    EXPECT_EQ(view.alerts[2].informativeText,
+              QStringLiteral("You have not made any changes to the filenames."));
+}
+} // namespace
