@@ -14,7 +14,6 @@
 #include <cstdlib>
 #include <limits>
 #include <memory>
-#include <set>
 #include <vector>
 
 namespace {
@@ -396,9 +395,8 @@ private:
 // ---- binary reading -------------------------------------------------------------------------
 
 // A structural pass over the binary format before the library parses it: offsets in range,
-// references valid, no cycles, nesting within kMaxDepth and a bounded expanded size. It also
-// notes which integers were stored as 16-byte (unsigned) and which as 8-byte values with the top
-// bit set (negative), which the library reports alike.
+// references valid, no cycles, nesting within kMaxDepth and a bounded expanded size, so that the
+// library's recursive parser never meets input it could overflow its stack or memory on.
 class BinaryCheck {
 public:
     explicit BinaryCheck(const QByteArray& data)
@@ -425,9 +423,6 @@ public:
         if (!visit(top, why)) return false;
         return true;
     }
-
-    bool isUnsigned(quint64 v) const { return m_wide.count(v) && !m_negative.count(v); }
-    bool isNegative(quint64 v) const { return m_negative.count(v) && !m_wide.count(v); }
 
 private:
     static bool bad(QString* why, const QString& text) {
@@ -523,11 +518,6 @@ private:
         case 0x1: { // integer of 2^info bytes
             const quint64 bytes = quint64(1) << std::min<uchar>(info, 5);
             if (bytes > 16 || pos + bytes > m_tableOffset) return truncated();
-            if (bytes == 16) {
-                m_wide.insert(be(m_data + pos + 8, 8));
-            } else if (bytes == 8 && (m_data[pos] & 0x80)) {
-                m_negative.insert(be(m_data + pos, 8));
-            }
             return true;
         }
         case 0x2: // real
@@ -573,15 +563,13 @@ private:
     std::vector<uchar> m_state; // 0 unseen, 1 on the current path, 2 done
     std::vector<quint64> m_expanded;
     std::vector<quint32> m_height;
-    std::set<quint64> m_wide;
-    std::set<quint64> m_negative;
 };
 
 struct PlistFree {
     void operator()(plist_t node) const { plist_free(node); }
 };
 
-QVariant fromNode(plist_t node, const BinaryCheck& check, int depth, QString* why) {
+QVariant fromNode(plist_t node, int depth, QString* why) {
     if (!node || depth > kMaxDepth) {
         *why = QStringLiteral("bad binary property list");
         return QVariant();
@@ -595,8 +583,10 @@ QVariant fromNode(plist_t node, const BinaryCheck& check, int depth, QString* wh
     case PLIST_UINT: {
         uint64_t v = 0;
         plist_get_uint_val(node, &v);
+        // The library reports every integer unsigned: values past the signed range stay
+        // unsigned (a negative number comes back as its two's complement).
         const auto u = static_cast<quint64>(v);
-        if (u > static_cast<quint64>(std::numeric_limits<qint64>::max()) && !check.isNegative(u))
+        if (u > static_cast<quint64>(std::numeric_limits<qint64>::max()))
             return static_cast<qulonglong>(u);
         return static_cast<qlonglong>(u);
     }
@@ -641,7 +631,7 @@ QVariant fromNode(plist_t node, const BinaryCheck& check, int depth, QString* wh
         const uint32_t n = plist_array_get_size(node);
         list.reserve(n);
         for (uint32_t i = 0; i < n; ++i) {
-            QVariant item = fromNode(plist_array_get_item(node, i), check, depth + 1, why);
+            QVariant item = fromNode(plist_array_get_item(node, i), depth + 1, why);
             if (!item.isValid()) return QVariant();
             list.append(std::move(item));
         }
@@ -658,7 +648,7 @@ QVariant fromNode(plist_t node, const BinaryCheck& check, int depth, QString* wh
             if (!key) break;
             const QString name = QString::fromUtf8(key);
             std::free(key);
-            QVariant item = fromNode(value, check, depth + 1, why);
+            QVariant item = fromNode(value, depth + 1, why);
             if (!item.isValid()) {
                 std::free(it);
                 return QVariant();
@@ -688,7 +678,7 @@ QVariant fromBinary(const QByteArray& data, QString* why) {
         *why = QStringLiteral("malformed binary property list");
         return QVariant();
     }
-    return fromNode(root.get(), check, 0, why);
+    return fromNode(root.get(), 0, why);
 }
 
 } // namespace

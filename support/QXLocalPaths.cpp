@@ -1,18 +1,17 @@
+// clang-format off
 // Folder kinds on Linux (macOS asks its native search paths instead):
 //
-// | kind                 | user domain                              | local domain          |
-// system domain  |
-// |----------------------|------------------------------------------|-----------------------|----------------|
-// | library              | $XDG_DATA_HOME (~/.local/share)          | /usr/local/share      |
-// /usr/share     | | applications         | ~/Applications                           | /opt |
-// (none)         | | admin applications   | ~/Applications/Utilities                 |
-// /usr/local/sbin       | (none)         | | documents            | QStandardPaths
-// DocumentsLocation         | (none)                | (none)         | | desktop              |
-// QStandardPaths DesktopLocation           | (none)                | (none)         | |
-// documentation        | $XDG_DATA_HOME/doc                       | /usr/local/share/doc  |
-// /usr/share/doc | | caches               | $XDG_CACHE_HOME (~/.cache)               | /var/cache
-// | (none)         | | application support  | $XDG_CONFIG_HOME (~/.config)             | /etc/xdg
-// | (none)         |
+// | kind                | user domain                     | local domain         | system         |
+// |---------------------|---------------------------------|----------------------|----------------|
+// | library             | $XDG_DATA_HOME (~/.local/share) | /usr/local/share     | /usr/share     |
+// | applications        | ~/Applications                  | /opt                 | (none)         |
+// | admin applications  | ~/Applications/Utilities        | /usr/local/sbin      | (none)         |
+// | documents           | QStandardPaths Documents        | (none)               | (none)         |
+// | desktop             | QStandardPaths Desktop          | (none)               | (none)         |
+// | documentation       | $XDG_DATA_HOME/doc              | /usr/local/share/doc | /usr/share/doc |
+// | caches              | $XDG_CACHE_HOME (~/.cache)      | /var/cache           | (none)         |
+// | application support | $XDG_CONFIG_HOME (~/.config)    | /etc/xdg             | (none)         |
+// clang-format on
 //
 // (none) is an empty string. Preferences = library + "/Preferences", logs = library + "/Logs".
 // Trash: the freedesktop trash's "files" folder, $XDG_DATA_HOME/Trash/files; as the super-user

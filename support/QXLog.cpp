@@ -304,7 +304,7 @@ void QXLog::createNewLog(const QString& name) {
     }
 
     if (QFileInfo::exists(current)) {
-        const auto generation = [&](int n) {
+        const auto generation = [&](int n) -> QString {
             return folder + QStringLiteral("/%1.%2.log").arg(base).arg(n);
         };
         if (QFileInfo::exists(generation(kGenerations))) QFile::remove(generation(kGenerations));
