@@ -1,11 +1,13 @@
 // seqmate-cli: the rename engine without the desktop window, for pipelines.
 #include "CliOptions.h"
 #include "MyDocument.h"
+#include "QXLocalPaths.h"
 #include "QXLog.h"
 #include "TerminalView.h"
 
 #include <CLI/CLI.hpp>
 #include <QCoreApplication>
+#include <QDir>
 #include <QFileInfo>
 #include <QJsonArray>
 #include <QJsonDocument>
@@ -110,7 +112,8 @@ int main(int argc, char** argv) {
                    "a tag 1-26 or a name: " + cliTaskNames().join(u' ').toStdString());
     cli.add_option("-s,--set", o.sets,
                    "KEY=VALUE: a setting by its batch-file key (find, matchCase, offset, ...); "
-                   "repeatable");
+                   "repeatable")
+        ->allow_extra_args(false);
     cli.add_option(
         "--format", o.format,
         "the conform format: kind tokens written \"@@ Kind @@\" (Filename, Frame Number, "
@@ -131,6 +134,10 @@ int main(int argc, char** argv) {
         return usageError(QString::fromStdString(e.what()));
     }
 
+    // As the super-user the log is written in the machine-wide library folder,
+    // which the log itself does not create.
+    if (QXLocalPaths::isSuperUser())
+        QDir().mkpath(QXLocalPaths::libraryDirectory(false) + QStringLiteral("/Logs/Corvane"));
     QXLog::createNewLog(QStringLiteral("Seqmate"));
     TerminalView view;
     view.setQuiet(o.json);
