@@ -1,0 +1,438 @@
+#include "CommitTestSupport.h"
+
+#include <QStandardPaths>
+#include <cerrno>
+
+namespace {
+
+using Kind = RenameJournal::Kind;
+
+QList<Kind> kinds(const RenameJournal::Contents& c) {
+    QList<Kind> out;
+    for (const auto& s : c.steps)
+        out.append(s.kind);
+    return out;
+}
+
+class CommitTest : public CommitFixture {};
+
+TEST_F(CommitTest, RenamesEveryChangedFileAndRekeysTheItems) {
+    const FileList f =
+        batch({QStringLiteral("a.1.jpg"), QStringLiteral("a.2.jpg"), QStringLiteral("same.jpg")});
+    propose(f[0], QStringLiteral("x_a.1.jpg"));
+    propose(f[1], QStringLiteral("x_a.2.jpg"));
+    propose(f[2], QStringLiteral("same.jpg"));
+
+    EXPECT_TRUE(doc.copyFiles());
+    EXPECT_EQ(tree.list(), (QStringList{u"same.jpg"_s, u"x_a.1.jpg"_s, u"x_a.2.jpg"_s}));
+    EXPECT_EQ(tree.read(QStringLiteral("x_a.2.jpg")), "a.2.jpg");
+    EXPECT_EQ(f[0]->fileName(), u"x_a.1.jpg"_s);
+    EXPECT_EQ(doc.fileInQueue(tree(QStringLiteral("x_a.1.jpg"))), f[0]);
+    EXPECT_EQ(doc.fileInQueue(tree(QStringLiteral("a.1.jpg"))), nullptr);
+    EXPECT_TRUE(view.alerts.isEmpty());
+    EXPECT_EQ(view.progressSteps, 3);
+    EXPECT_TRUE(doc.lastFailedNames().isEmpty());
+
+    const auto j = RenameJournal::read(doc.lastJournalPath());
+    ASSERT_TRUE(j);
+    EXPECT_TRUE(j->complete);
+    ASSERT_EQ(j->steps.size(), 2); // nothing recorded for the unchanged name
+    EXPECT_EQ(j->steps[1].from, tree(QStringLiteral("a.2.jpg")));
+    EXPECT_EQ(j->steps[1].to, tree(QStringLiteral("x_a.2.jpg")));
+    EXPECT_EQ(j->steps[1].state, RenameJournal::State::Done);
+}
+
+TEST_F(CommitTest, NothingToMoveWritesNoJournal) {
+    const FileList f = batch({QStringLiteral("a.jpg")});
+    EXPECT_TRUE(doc.copyFiles());
+    EXPECT_TRUE(doc.lastJournalPath().isEmpty());
+    EXPECT_TRUE(RenameJournal::list().isEmpty());
+}
+
+TEST_F(CommitTest, BlankNameFailsAndShowsTheSummaryOverTheProgressSheet) {
+    const FileList f = batch({QStringLiteral("a.jpg"), QStringLiteral("b.jpg")});
+    propose(f[0], QString());
+    propose(f[1], QStringLiteral("c.jpg"));
+
+    EXPECT_FALSE(doc.copyFiles());
+    EXPECT_EQ(tree.list(), (QStringList{u"a.jpg"_s, u"c.jpg"_s}));
+    EXPECT_EQ(doc.lastFailedNames(), QStringList{u"a.jpg"_s});
+    EXPECT_TRUE(logMessages().contains(
+        QStringLiteral("Unable to rename %1 - new filename is blank").arg(tree(u"a.jpg"_s))));
+    ASSERT_EQ(view.alerts.size(), 1);
+    EXPECT_EQ(view.alerts[0].messageText, u"Some files could not be renamed"_s);
+    EXPECT_EQ(view.alerts[0].informativeText, u"The following files were not renamed:\n\na.jpg"_s);
+    EXPECT_EQ(view.alerts[0].parent, AlertRequest::Parent::ProgressSheet);
+    EXPECT_EQ(view.progressSteps, 2); // a failed file still advances the bar
+}
+
+TEST_F(CommitTest, CaseOnlyChangeGoesThroughATemporaryNameInTheSameFolder) {
+    const FileList f = batch({QStringLiteral("IMG.JPG")});
+    propose(f[0], QStringLiteral("img.jpg"));
+
+    EXPECT_TRUE(doc.copyFiles());
+    EXPECT_EQ(tree.list(), QStringList{u"img.jpg"_s});
+    const auto j = RenameJournal::read(doc.lastJournalPath());
+    ASSERT_TRUE(j);
+    ASSERT_EQ(kinds(*j), (QList<Kind>{Kind::Temp, Kind::FromTemp}));
+    const QString tmp = j->steps[0].to;
+    EXPECT_EQ(QXFileItem::deletingLastPathComponent(tmp), tree.path());
+    EXPECT_EQ(j->steps[0].finalPath, tree(u"img.jpg"_s));
+    EXPECT_EQ(j->steps[1].from, tmp);
+    EXPECT_TRUE(logMessages().contains(
+        QStringLiteral("Creating temp file %1 for %2").arg(tmp, tree(u"IMG.JPG"_s))));
+}
+
+TEST_F(CommitTest, CaseOnlyChangeOntoAnotherExistingFileFailsAndLeavesThatFileIntact) {
+    const FileList f = batch({QStringLiteral("A.txt")});
+    tree.file(QStringLiteral("a.txt"), "the other file");
+    propose(f[0], QStringLiteral("a.txt"));
+
+    EXPECT_FALSE(doc.copyFiles());
+    EXPECT_EQ(tree.read(QStringLiteral("a.txt")), "the other file");
+    EXPECT_EQ(doc.lastFailedNames(), QStringList{u"A.txt"_s});
+    // The file stays under its temporary name, and the journal says where.
+    const auto j = RenameJournal::read(doc.lastJournalPath());
+    ASSERT_TRUE(j);
+    const QString tmp = j->steps[0].to;
+    EXPECT_EQ(readText(tmp), u"A.txt"_s);
+    EXPECT_EQ(j->steps[1].state, RenameJournal::State::Failed);
+    EXPECT_TRUE(logMessages().contains(
+        QStringLiteral("Unable to move to %1. %2").arg(tmp, tree(u"a.txt"_s))));
+}
+
+TEST_F(CommitTest, SwappingTwoBatchFilesMovesTheSecondAsideFirst) {
+    const FileList f = batch({QStringLiteral("a.txt"), QStringLiteral("b.txt")});
+    propose(f[0], QStringLiteral("b.txt"));
+    propose(f[1], QStringLiteral("a.txt"));
+
+    EXPECT_TRUE(doc.copyFiles());
+    EXPECT_EQ(tree.list(), (QStringList{u"a.txt"_s, u"b.txt"_s}));
+    EXPECT_EQ(tree.read(QStringLiteral("b.txt")), "a.txt");
+    EXPECT_EQ(tree.read(QStringLiteral("a.txt")), "b.txt");
+    EXPECT_EQ(f[1]->fileName(), u"a.txt"_s);
+    EXPECT_TRUE(logMessages().contains(
+        QStringLiteral("Proposed file %1 exists, renaming old file...").arg(tree(u"b.txt"_s))));
+    const auto j = RenameJournal::read(doc.lastJournalPath());
+    ASSERT_TRUE(j);
+    ASSERT_EQ(kinds(*j), (QList<Kind>{Kind::Aside, Kind::Rename, Kind::Rename}));
+    EXPECT_TRUE(QRegularExpression(QRegularExpression::anchoredPattern(tree.path() + u"/b_"_s +
+                                                                       stamp() + u"\\.txt"_s))
+                    .match(j->steps[0].to)
+                    .hasMatch())
+        << j->steps[0].to.toStdString();
+    EXPECT_EQ(j->steps[2].from, j->steps[0].to);
+}
+
+// A file outside the batch at the target, by conflict action: where it ends up.
+struct ConflictCase {
+    int action;
+    bool renamed;         // the batch file got its new name
+    const char* leftover; // pattern of where the foreign file is, relative to the tree
+};
+
+class ConflictActionTest : public CommitFixture,
+                           public ::testing::WithParamInterface<ConflictCase> {};
+
+TEST_P(ConflictActionTest, ForeignFileAtTheTarget) {
+    const ConflictCase c = GetParam();
+    Preferences::setConflictActionOverride(c.action);
+    const FileList f = batch({QStringLiteral("x.txt")});
+    tree.file(QStringLiteral("y.txt"), "foreign");
+    propose(f[0], QStringLiteral("y.txt"));
+
+    EXPECT_EQ(doc.copyFiles(), c.renamed);
+    EXPECT_EQ(tree.read(QStringLiteral("y.txt")), c.renamed ? "x.txt" : "foreign");
+    if (c.leftover[0]) {
+        const QString pattern =
+            QString::fromUtf8(c.leftover).replace(QStringLiteral("STAMP"), stamp());
+        const QString folder = QXFileItem::deletingLastPathComponent(pattern);
+        const QString found = entryMatching(folder == u'/' ? QString() : folder,
+                                            QXFileItem::lastPathComponent(pattern));
+        ASSERT_FALSE(found.isEmpty()) << pattern.toStdString();
+        EXPECT_EQ(tree.read(folder.isEmpty() ? found : folder + u'/' + found), "foreign");
+    }
+    if (c.action == 2) {
+        EXPECT_EQ(tree.list(), QStringList{u"y.txt"_s});
+    }
+    if (!c.renamed) {
+        EXPECT_EQ(doc.lastFailedNames(), QStringList{u"x.txt"_s});
+        // An unknown action fails without a word in the log.
+        for (const QString& m : logMessages())
+            EXPECT_FALSE(m.contains(tree.path())) << m.toStdString();
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Actions, ConflictActionTest,
+                         ::testing::Values(ConflictCase{0, true, "Conflicting files/y\\.txt"},
+                                           ConflictCase{1, true, "y_STAMP\\.txt"},
+                                           ConflictCase{2, true, ""}, ConflictCase{5, false, ""},
+                                           ConflictCase{-1, false, ""}));
+
+TEST_F(CommitTest, TrashedFileIsInTheTrashAndTheJournalSaysWhere) {
+    Preferences::setConflictActionOverride(2);
+    const FileList f = batch({QStringLiteral("x.txt")});
+    tree.file(QStringLiteral("y.txt"), "foreign");
+    propose(f[0], QStringLiteral("y.txt"));
+    ASSERT_TRUE(doc.copyFiles());
+    const auto j = RenameJournal::read(doc.lastJournalPath());
+    ASSERT_TRUE(j);
+    ASSERT_EQ(j->steps[0].kind, Kind::Trash);
+    EXPECT_EQ(readText(j->steps[0].where), u"foreign"_s);
+    EXPECT_TRUE(j->steps[0].where.startsWith(
+        QStandardPaths::writableLocation(QStandardPaths::GenericDataLocation)));
+}
+
+TEST_F(CommitTest, SecondCollisionInConflictingFilesGetsTheDatedName) {
+    const FileList f = batch({QStringLiteral("x.txt")});
+    tree.file(QStringLiteral("y.txt"), "foreign");
+    tree.file(QStringLiteral("Conflicting files/y.txt"), "earlier");
+    propose(f[0], QStringLiteral("y.txt"));
+    ASSERT_TRUE(doc.copyFiles());
+    EXPECT_EQ(tree.read(QStringLiteral("Conflicting files/y.txt")), "earlier");
+    const QString dated =
+        entryMatching(QStringLiteral("Conflicting files"), u"y_"_s + stamp() + u"\\.txt"_s);
+    ASSERT_FALSE(dated.isEmpty());
+    EXPECT_EQ(tree.read(u"Conflicting files/"_s + dated), "foreign");
+}
+
+TEST_F(CommitTest, ConflictActionComesFromTheUserDefaults) {
+    Preferences::setConflictAction(1);
+    const FileList f = batch({QStringLiteral("x")});
+    tree.file(QStringLiteral("y"), "foreign");
+    propose(f[0], QStringLiteral("y"));
+    ASSERT_TRUE(doc.copyFiles());
+    // A name without extension gets no trailing dot.
+    EXPECT_FALSE(entryMatching(QString(), u"y_"_s + stamp()).isEmpty())
+        << tree.list().join(u',').toStdString();
+}
+
+TEST(PreferencesTest, OverrideWinsOverTheStoredDefault) {
+    Preferences::setConflictAction(2);
+    EXPECT_EQ(Preferences::conflictAction(), 2);
+    Preferences::setConflictActionOverride(1);
+    EXPECT_EQ(Preferences::conflictAction(), 1);
+    Preferences::setConflictActionOverride(std::nullopt);
+    Preferences::setConflictAction(0);
+    EXPECT_EQ(Preferences::conflictAction(), 0);
+}
+
+TEST_F(CommitTest, RenamedFolderRepointsTheItemsInsideAndThePrefixSibling) {
+    const FileList f = batch({QStringLiteral("shots/"), QStringLiteral("shots/a.jpg"),
+                              QStringLiteral("shots/sub/b.jpg"), QStringLiteral("shotsX/c.jpg")});
+    propose(f[0], QStringLiteral("renders"));
+    propose(f[1], QStringLiteral("A.jpg"));
+    propose(f[3], QStringLiteral("C.jpg"));
+
+    EXPECT_FALSE(doc.copyFiles()); // the sibling is sent into a folder that does not exist
+    EXPECT_EQ(tree.list(QStringLiteral("renders")), (QStringList{u"A.jpg"_s, u"sub"_s}));
+    EXPECT_EQ(f[1]->containerDir(), tree(u"renders"_s));
+    EXPECT_EQ(f[2]->containerDir(), tree(u"renders/sub"_s));
+    EXPECT_EQ(f[2]->previewObject()->containerDir(), tree(u"renders/sub"_s));
+    EXPECT_EQ(doc.fileInQueue(tree(u"renders/sub/b.jpg"_s)), f[2]);
+    EXPECT_EQ(f[3]->containerDir(), tree(u"renders/X"_s));
+    EXPECT_EQ(doc.lastFailedNames(), QStringList{u"c.jpg"_s});
+    EXPECT_TRUE(tree.exists(QStringLiteral("shotsX/c.jpg")));
+}
+
+// Moves that fail on disk: each is logged with its text and the file stays.
+TEST_F(CommitTest, MissingFolderAndFileStandingForAFolderFail) {
+    const FileList f = batch({QStringLiteral("gone/a.txt"), QStringLiteral("b.txt")});
+    QDir(tree(u"gone"_s)).removeRecursively();
+    const FileItemPtr fake = QXFileItem::fileItemWithFile(tree(u"b.txt/inner.txt"_s));
+    doc.setFileArray({f[0], fake});
+    propose(f[0], QStringLiteral("z.txt"));
+    propose(fake, QStringLiteral("w.txt"));
+
+    EXPECT_FALSE(doc.copyFiles());
+    EXPECT_EQ(doc.lastFailedNames(), (QStringList{u"a.txt"_s, u"inner.txt"_s}));
+    const QStringList log = logMessages();
+    EXPECT_TRUE(
+        log.contains(QStringLiteral("Unable to rename file %1 to %2. No such file or directory")
+                         .arg(tree(u"gone/a.txt"_s), tree(u"gone/z.txt"_s))));
+    EXPECT_TRUE(log.contains(QStringLiteral("Unable to rename file %1 to %2. Not a directory")
+                                 .arg(tree(u"b.txt/inner.txt"_s), tree(u"b.txt/w.txt"_s))));
+    EXPECT_EQ(tree.read(QStringLiteral("b.txt")), "b.txt");
+}
+
+// Faults injected into one operation, and the log line each one gives.
+struct FaultCase {
+    const char* name;
+    int action;
+    FileMover::Op op;
+    const char* original; // the batch file; "y.txt" also exists outside the batch unless case-only
+    const char* proposed;
+    const char* message; // %1 the tree; the error is EIO
+};
+
+class CommitFaultTest : public CommitFixture, public ::testing::WithParamInterface<FaultCase> {};
+
+TEST_P(CommitFaultTest, FailingOperationIsLoggedAndTheFileKept) {
+    const FaultCase c = GetParam();
+    Preferences::setConflictActionOverride(c.action);
+    const FileList f = batch({QString::fromUtf8(c.original)});
+    const bool caseOnly = QString::fromUtf8(c.original).toLower() == QString::fromUtf8(c.proposed);
+    if (!caseOnly) tree.file(QStringLiteral("y.txt"), "foreign");
+    propose(f[0], QString::fromUtf8(c.proposed));
+    FileMover::setFaultHook([&](const FileMover::FaultPoint& p) {
+        return p.phase == FileMover::Phase::Before && p.op == c.op ? EIO : 0;
+    });
+
+    EXPECT_FALSE(doc.copyFiles());
+    EXPECT_EQ(tree.read(QString::fromUtf8(c.original)), c.original);
+    if (!caseOnly) {
+        EXPECT_EQ(tree.read(QStringLiteral("y.txt")), "foreign");
+    }
+    const QString expected = QString::fromUtf8(c.message)
+                                 .replace(QStringLiteral("TREE"), tree.path())
+                                 .replace(QStringLiteral("STAMP"), stamp());
+    const QRegularExpression re(QRegularExpression::anchoredPattern(expected));
+    bool found = false;
+    for (const QString& m : logMessages())
+        found = found || re.match(m).hasMatch();
+    EXPECT_TRUE(found) << expected.toStdString() << "\n" << logMessages().join(u'\n').toStdString();
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Faults, CommitFaultTest,
+    ::testing::Values(
+        FaultCase{"rename", 0, FileMover::Op::Move, "x.txt", "z.txt",
+                  "Unable to rename file TREE/x\\.txt to TREE/z\\.txt\\. Input/output error"},
+        FaultCase{"temp", 0, FileMover::Op::Move, "X.TXT", "x.txt",
+                  "Unable to assign temporary name to old file TREE/X\\.TXT\\. Input/output error"},
+        FaultCase{"dated", 1, FileMover::Op::Move, "x.txt", "y.txt",
+                  "Unable to rename file TREE/y\\.txt to TREE/y_STAMP\\.txt\\. Input/output error"},
+        FaultCase{"trash", 2, FileMover::Op::Trash, "x.txt", "y.txt",
+                  "Unable to trash file TREE/y\\.txt"},
+        FaultCase{"mkdir", 0, FileMover::Op::MakeDirectory, "x.txt", "y.txt",
+                  "Unable to create directory TREE/Conflicting files\\. Input/output error"},
+        FaultCase{"conflict", 0, FileMover::Op::Move, "x.txt", "y.txt",
+                  "Unable to move file TREE/y\\.txt to TREE/Conflicting files/y\\.txt\\. "
+                  "Input/output error"}),
+    [](const ::testing::TestParamInfo<FaultCase>& i) { return std::string(i.param.name); });
+
+TEST_F(CommitTest, FailedMoveAsideKeepsTheDatedNameOnTheItemInTheWay) {
+    const FileList f = batch({QStringLiteral("a.txt"), QStringLiteral("b.txt")});
+    propose(f[0], QStringLiteral("b.txt"));
+    propose(f[1], QStringLiteral("c.txt"));
+    FileMover::setFaultHook([](const FileMover::FaultPoint& p) {
+        return p.phase == FileMover::Phase::Before && p.number == 1 ? EIO : 0;
+    });
+    EXPECT_FALSE(doc.copyFiles());
+    EXPECT_TRUE(logMessages().contains(
+        QStringLiteral("Unable to assign temporary name to old file %1. Input/output error")
+            .arg(tree(u"b.txt"_s))));
+    EXPECT_TRUE(f[1]->fileName().startsWith(QStringLiteral("b_")));
+    // Its own turn then fails: its file never left b.txt.
+    EXPECT_EQ(doc.lastFailedNames(), (QStringList{u"a.txt"_s, f[1]->fileName()}));
+    EXPECT_EQ(tree.list(), (QStringList{u"a.txt"_s, u"b.txt"_s}));
+}
+
+// Something that appears at the target after the check is never replaced,
+// not even an empty folder, which rename(2) would silently take the place of.
+TEST_F(CommitTest, TargetAppearingAfterTheCheckIsNeverReplaced) {
+    const FileList f = batch({QStringLiteral("dir/"), QStringLiteral("file")});
+    propose(f[0], QStringLiteral("newdir"));
+    propose(f[1], QStringLiteral("newfile"));
+    FileMover::setFaultHook([&](const FileMover::FaultPoint& p) {
+        if (p.phase == FileMover::Phase::Before) {
+            if (p.number == 1)
+                tree.dir(QStringLiteral("newdir"));
+            else
+                tree.file(QStringLiteral("newfile"), "keep");
+        }
+        return 0;
+    });
+    EXPECT_FALSE(doc.copyFiles());
+    EXPECT_EQ(doc.lastFailedNames(), (QStringList{u"dir"_s, u"file"_s}));
+    EXPECT_EQ(tree.read(QStringLiteral("newfile")), "keep");
+    EXPECT_TRUE(tree.exists(QStringLiteral("dir")));
+    EXPECT_TRUE(logMessages().contains(QStringLiteral("Unable to rename file %1 to %2. File exists")
+                                           .arg(tree(u"file"_s), tree(u"newfile"_s))));
+}
+
+TEST_F(CommitTest, CancellingStopsBeforeTheNextFile) {
+    const FileList f = batch({QStringLiteral("1"), QStringLiteral("2"), QStringLiteral("3")});
+    for (const auto& i : f)
+        propose(i, u"n"_s + i->fileName());
+    view.onIncrement = [&](int step) {
+        if (step == 2) doc.cancelProgress();
+    };
+    EXPECT_TRUE(doc.copyFiles());
+    EXPECT_EQ(tree.list(), (QStringList{u"3"_s, u"n1"_s, u"n2"_s}));
+    EXPECT_TRUE(doc.lastFailedNames().isEmpty());
+    EXPECT_TRUE(RenameJournal::read(doc.lastJournalPath())->complete);
+}
+
+// startProcessing: the task in commit mode, the progress sheet and the report.
+class StartProcessingTest : public CommitFixture {
+protected:
+    // Records whether the progress sheet was up when each alert came.
+    struct SheetView : RecordingView {
+        int alert(const AlertRequest& r) override {
+            sheetUp.append(progressEvents.size() == 1);
+            return RecordingView::alert(r);
+        }
+        QList<bool> sheetUp;
+    };
+    void SetUp() override {
+        CommitFixture::SetUp();
+        doc.setView(&sheetView);
+    }
+    SheetView sheetView;
+};
+
+TEST_F(StartProcessingTest, RenameCompleteReportsTheAnnouncedCount) {
+    batch({QStringLiteral("A.jpg"), QStringLiteral("B.jpg"), QStringLiteral("c.jpg")});
+    doc.setSelectedTag(21); // lowercase
+    doc.startProcessing(7);
+    EXPECT_EQ(tree.list(), (QStringList{u"a.jpg"_s, u"b.jpg"_s, u"c.jpg"_s}));
+    EXPECT_EQ(sheetView.progressEvents, (QStringList{u"start:3"_s, u"end"_s}));
+    EXPECT_EQ(sheetView.progressSteps, 3);
+    EXPECT_GE(sheetView.reloadsWaited.load(), 1);
+    EXPECT_EQ(sheetView.attentionRequests.load(), 1);
+    ASSERT_EQ(sheetView.alerts.size(), 1);
+    EXPECT_EQ(sheetView.alerts[0].messageText, u"Rename complete"_s);
+    EXPECT_EQ(sheetView.alerts[0].informativeText, u"7 files renamed."_s);
+    EXPECT_EQ(sheetView.sheetUp, QList<bool>{false});
+}
+
+TEST_F(StartProcessingTest, CountZeroMeansEveryItemAndOneIsSingular) {
+    batch({QStringLiteral("A")});
+    doc.setSelectedTag(21);
+    doc.startProcessing(0);
+    ASSERT_EQ(sheetView.alerts.size(), 1);
+    EXPECT_EQ(sheetView.alerts[0].informativeText, u"1 file renamed."_s);
+}
+
+TEST_F(StartProcessingTest, FailureSummaryComesOverTheSheetAndNoCompletion) {
+    batch({QStringLiteral("A"), QStringLiteral("B")});
+    tree.file(QStringLiteral("b"), "foreign"); // the case-only change of B cannot land
+    doc.setSelectedTag(21);
+    doc.startProcessing(2);
+    ASSERT_EQ(sheetView.alerts.size(), 1);
+    EXPECT_EQ(sheetView.alerts[0].informativeText, u"The following files were not renamed:\n\nB"_s);
+    EXPECT_EQ(sheetView.sheetUp, QList<bool>{true});
+}
+
+TEST_F(StartProcessingTest, TagWithoutTaskShowsNoCompletion) {
+    batch({QStringLiteral("A")});
+    doc.setSelectedTag(8);
+    doc.startProcessing(1);
+    EXPECT_TRUE(sheetView.alerts.isEmpty());
+    EXPECT_EQ(sheetView.progressEvents, (QStringList{u"start:1"_s, u"end"_s}));
+}
+
+TEST_F(StartProcessingTest, CancelledRunStillReportsTheFullCount) {
+    batch({QStringLiteral("A"), QStringLiteral("B"), QStringLiteral("C")});
+    doc.setSelectedTag(21);
+    sheetView.onIncrement = [&](int step) {
+        if (step == 1) doc.cancelProgress();
+    };
+    doc.startProcessing(3);
+    EXPECT_EQ(tree.list(), (QStringList{u"B"_s, u"C"_s, u"a"_s}));
+    ASSERT_EQ(sheetView.alerts.size(), 1);
+    EXPECT_EQ(sheetView.alerts[0].informativeText, u"3 files renamed."_s);
+}
+
+} // namespace

@@ -1,0 +1,97 @@
+#include "FileMover.h"
+#include "TempTree.h"
+
+#include <cerrno>
+#include <gtest/gtest.h>
+
+using namespace Qt::Literals::StringLiterals;
+
+namespace {
+
+// Both ways of moving: renameat2 and the fallback for file systems without it.
+class FileMoverTest : public ::testing::TestWithParam<bool> {
+protected:
+    void SetUp() override { FileMover::setForceFallbackForTesting(GetParam()); }
+    void TearDown() override {
+        FileMover::setForceFallbackForTesting(false);
+        FileMover::setFaultHook({});
+    }
+    TempTree tree;
+};
+
+TEST_P(FileMoverTest, MovesFilesAndFolders) {
+    tree.file(QStringLiteral("a"), "A");
+    tree.file(QStringLiteral("d/inside"), "I");
+    EXPECT_EQ(FileMover::move(tree(u"a"_s), tree(u"b"_s)), QString());
+    EXPECT_EQ(FileMover::move(tree(u"d"_s), tree(u"e"_s)), QString());
+    EXPECT_EQ(tree.list(), (QStringList{u"b"_s, u"e"_s}));
+    EXPECT_EQ(tree.read(QStringLiteral("e/inside")), "I");
+}
+
+TEST_P(FileMoverTest, NeverReplacesAFileAFolderOrAnEmptyFolder) {
+    tree.file(QStringLiteral("a"), "A");
+    tree.file(QStringLiteral("b"), "B");
+    tree.dir(QStringLiteral("d"));
+    tree.dir(QStringLiteral("empty"));
+    tree.file(QStringLiteral("full/x"), "X");
+    EXPECT_EQ(FileMover::move(tree(u"a"_s), tree(u"b"_s)), u"File exists"_s);
+    EXPECT_EQ(FileMover::move(tree(u"d"_s), tree(u"empty"_s)), u"File exists"_s);
+    EXPECT_EQ(FileMover::move(tree(u"d"_s), tree(u"b"_s)), u"File exists"_s);
+    EXPECT_EQ(FileMover::move(tree(u"a"_s), tree(u"full"_s)), u"File exists"_s);
+    EXPECT_EQ(tree.read(QStringLiteral("a")), "A");
+    EXPECT_EQ(tree.read(QStringLiteral("b")), "B");
+    EXPECT_EQ(tree.list(), (QStringList{u"a"_s, u"b"_s, u"d"_s, u"empty"_s, u"full"_s}));
+}
+
+TEST_P(FileMoverTest, ReportsTheSystemError) {
+    tree.file(QStringLiteral("f"), "F");
+    EXPECT_EQ(FileMover::move(tree(u"missing"_s), tree(u"x"_s)), u"No such file or directory"_s);
+    EXPECT_EQ(FileMover::move(tree(u"f"_s), tree(u"nofolder/x"_s)), u"No such file or directory"_s);
+    EXPECT_EQ(FileMover::move(tree(u"f"_s), tree(u"f/x"_s)), u"Not a directory"_s);
+    tree.dir(QStringLiteral("d"));
+    EXPECT_FALSE(FileMover::move(tree(u"d"_s), tree(u"d/sub"_s)).isEmpty()); // a folder into itself
+    EXPECT_TRUE(tree.exists(QStringLiteral("d")));
+}
+
+TEST_P(FileMoverTest, DanglingLinkAtTheTargetCountsAsTaken) {
+    tree.file(QStringLiteral("a"), "A");
+    ASSERT_EQ(QFile::link(tree(u"nowhere"_s), tree(u"link"_s)), true);
+    EXPECT_TRUE(FileMover::exists(tree(u"link"_s)));
+    EXPECT_EQ(FileMover::move(tree(u"a"_s), tree(u"link"_s)), u"File exists"_s);
+    // A link itself moves as a link.
+    EXPECT_EQ(FileMover::move(tree(u"link"_s), tree(u"link2"_s)), QString());
+    EXPECT_EQ(QFile::symLinkTarget(tree(u"link2"_s)), tree(u"nowhere"_s));
+}
+
+INSTANTIATE_TEST_SUITE_P(Paths, FileMoverTest, ::testing::Values(false, true),
+                         [](const ::testing::TestParamInfo<bool>& i) {
+                             return std::string(i.param ? "Fallback" : "Renameat2");
+                         });
+
+TEST(FileMoverHookTest, FailsTheChosenOperationAndCountsFromOne) {
+    TempTree tree;
+    tree.file(QStringLiteral("a"));
+    tree.file(QStringLiteral("b"));
+    QList<quint64> after;
+    FileMover::setFaultHook([&](const FileMover::FaultPoint& p) {
+        if (p.phase == FileMover::Phase::After) after.append(p.number);
+        return p.phase == FileMover::Phase::Before && p.from.endsWith(u'b') ? ENOSPC : 0;
+    });
+    EXPECT_EQ(FileMover::move(tree(u"a"_s), tree(u"a2"_s)), QString());
+    EXPECT_EQ(FileMover::move(tree(u"b"_s), tree(u"b2"_s)), u"No space left on device"_s);
+    EXPECT_EQ(FileMover::makePath(tree(u"x/y"_s)), QString());
+    FileMover::setFaultHook({});
+    EXPECT_EQ(after, (QList<quint64>{1, 3}));
+    EXPECT_EQ(tree.list(), (QStringList{u"a2"_s, u"b"_s, u"x"_s}));
+}
+
+TEST(FileMoverHookTest, MakePathThroughAFileFails) {
+    TempTree tree;
+    tree.file(QStringLiteral("f"));
+    EXPECT_EQ(FileMover::makePath(tree(u"f/sub"_s)), u"Not a directory"_s);
+    EXPECT_EQ(FileMover::makePath(tree(u"a/b/c"_s)), QString());
+    EXPECT_EQ(FileMover::makePath(tree(u"a/b/c"_s)), QString()); // already there
+    EXPECT_EQ(FileMover::removeDirectory(tree(u"a"_s)), u"Directory not empty"_s);
+}
+
+} // namespace

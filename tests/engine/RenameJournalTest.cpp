@@ -1,0 +1,156 @@
+#include "CommitTestSupport.h"
+
+#include <QStandardPaths>
+
+namespace {
+
+class RenameJournalTest : public CommitFixture {
+protected:
+    // Commits proposals for files of the tree; returns the journal.
+    QString commit(const QList<QPair<QString, QString>>& renames) {
+        QStringList names;
+        for (const auto& r : renames)
+            names.append(r.first);
+        const FileList f = batch(names);
+        for (qsizetype i = 0; i < renames.size(); ++i)
+            propose(f[i], renames[i].second);
+        doc.copyFiles();
+        return doc.lastJournalPath();
+    }
+};
+
+TEST(RenameJournalCodingTest, PathsWithTabsLineBreaksAndPercentSurvive) {
+    for (const QString& p :
+         {QStringLiteral("/a/b\tc\nd%41\r.jpg"), QStringLiteral("/ü/日本/x\x7f"), QString()}) {
+        const QByteArray field = RenameJournal::encodePath(p);
+        EXPECT_FALSE(field.contains('\t') || field.contains('\n') || field.contains('\r'));
+        EXPECT_EQ(RenameJournal::decodePath(field), p);
+    }
+}
+
+TEST_F(RenameJournalTest, FolderAndNameFollowTheLogFolder) {
+    const QString path = commit({{QStringLiteral("a"), QStringLiteral("b")}});
+    EXPECT_EQ(QXFileItem::deletingLastPathComponent(path), QXLog::logFolder() + u"/Journals"_s);
+    EXPECT_TRUE(
+        QRegularExpression(QStringLiteral(R"(^\d{8}-\d{6}-[0-9a-f]{8}-[0-9a-f-]{27}\.journal$)"))
+            .match(QXFileItem::lastPathComponent(path))
+            .hasMatch())
+        << path.toStdString();
+    EXPECT_EQ(RenameJournal::list(), QStringList{path});
+}
+
+TEST_F(RenameJournalTest, ATornLastRecordIsIgnored) {
+    const QString path = commit({{QStringLiteral("a"), QStringLiteral("b")}});
+    QFile f(path);
+    ASSERT_TRUE(f.open(QIODevice::Append));
+    f.write("move\t9\trename\t/x");
+    f.close();
+    const auto j = RenameJournal::read(path);
+    ASSERT_TRUE(j);
+    EXPECT_EQ(j->steps.size(), 1);
+    EXPECT_FALSE(RenameJournal::read(tree.file(QStringLiteral("not-a-journal"), "hello\n")));
+}
+
+TEST_F(RenameJournalTest, UndoRestoresSwapsCaseChangesAndOddNames) {
+    const QString odd = QStringLiteral("tab\there");
+    const QString path = commit({{QStringLiteral("a.txt"), QStringLiteral("b.txt")},
+                                 {QStringLiteral("b.txt"), QStringLiteral("a.txt")},
+                                 {QStringLiteral("IMG.JPG"), QStringLiteral("img.jpg")},
+                                 {odd, QStringLiteral("line\nbreak")}});
+    ASSERT_TRUE(doc.lastFailedNames().isEmpty());
+    QString error;
+    const auto report = RenameJournal::undo(path, &error);
+    EXPECT_TRUE(error.isEmpty());
+    EXPECT_TRUE(report.refused.isEmpty()) << report.refused.join(u'\n').toStdString();
+    EXPECT_EQ(report.undone, 6); // aside, 2 renames, temp, untemp, the odd one
+    EXPECT_EQ(tree.list(), (QStringList{u"IMG.JPG"_s, u"a.txt"_s, u"b.txt"_s, odd}));
+    EXPECT_EQ(tree.read(QStringLiteral("a.txt")), "a.txt");
+    EXPECT_EQ(tree.read(odd), odd.toUtf8());
+    // The undo is itself a journal, and the original is marked.
+    EXPECT_EQ(RenameJournal::read(path)->undoneBy, report.undoJournal);
+    EXPECT_TRUE(RenameJournal::read(report.undoJournal)->complete);
+    RenameJournal::undo(path, &error);
+    EXPECT_TRUE(error.contains(QStringLiteral("already undone"))) << error.toStdString();
+}
+
+TEST_F(RenameJournalTest, UndoRefusesStepsWhoseFileMovedAndGoesOn) {
+    const QString path = commit({{QStringLiteral("a"), QStringLiteral("A2")},
+                                 {QStringLiteral("b"), QStringLiteral("B2")},
+                                 {QStringLiteral("c"), QStringLiteral("C2")}});
+    ASSERT_TRUE(QFile::rename(tree(u"B2"_s), tree(u"elsewhere"_s)));
+    tree.file(QStringLiteral("c"), "new c");
+    QString error;
+    const auto report = RenameJournal::undo(path, &error);
+    EXPECT_EQ(report.undone, 1);
+    ASSERT_EQ(report.refused.size(), 2);
+    EXPECT_EQ(report.refused[0],
+              QStringLiteral("Not undone: %1 cannot go back to %2, which is taken")
+                  .arg(tree(u"C2"_s), tree(u"c"_s)));
+    EXPECT_EQ(report.refused[1],
+              QStringLiteral("Not undone: %1 is no longer at %2").arg(tree(u"b"_s), tree(u"B2"_s)));
+    EXPECT_EQ(tree.list(), (QStringList{u"C2"_s, u"a"_s, u"c"_s, u"elsewhere"_s}));
+    EXPECT_EQ(tree.read(QStringLiteral("c")), "new c");
+    EXPECT_TRUE(RenameJournal::read(path)->undoneBy.isEmpty()); // still to be dealt with
+}
+
+TEST_F(RenameJournalTest, UndoBringsBackFromTheTrashAndRemovesTheFolderItMade) {
+    tree.file(QStringLiteral("y"), "foreign");
+    tree.file(QStringLiteral("w"), "foreign w");
+    Preferences::setConflictActionOverride(2);
+    const QString trashed = commit({{QStringLiteral("x"), QStringLiteral("y")}});
+    Preferences::setConflictActionOverride(0);
+    const QString moved = commit({{QStringLiteral("v"), QStringLiteral("w")}});
+    ASSERT_TRUE(tree.exists(QStringLiteral("Conflicting files/w")));
+    QString error;
+    EXPECT_TRUE(RenameJournal::undo(moved, &error).refused.isEmpty());
+    EXPECT_FALSE(tree.exists(QStringLiteral("Conflicting files")));
+    const auto j = RenameJournal::read(trashed);
+    const QString info = QXFileItem::deletingLastPathComponent(
+                             QXFileItem::deletingLastPathComponent(j->steps[0].where)) +
+                         u"/info/"_s + QXFileItem::lastPathComponent(j->steps[0].where) +
+                         u".trashinfo"_s;
+    EXPECT_TRUE(QFile::exists(info));
+    EXPECT_TRUE(RenameJournal::undo(trashed, &error).refused.isEmpty());
+    EXPECT_EQ(tree.read(QStringLiteral("y")), "foreign");
+    EXPECT_EQ(tree.read(QStringLiteral("x")), "x");
+    EXPECT_EQ(tree.read(QStringLiteral("w")), "foreign w");
+    EXPECT_FALSE(QFile::exists(info));
+}
+
+// A commit cut short: the journal has no "complete", one file is under its
+// temporary name, and one move was recorded but never marked.
+TEST_F(RenameJournalTest, InterruptedCommitIsListedAndCanBeUndone) {
+    const FileList f = batch({QStringLiteral("A"), QStringLiteral("B"), QStringLiteral("C")});
+    for (const auto& i : f)
+        propose(i, i->fileName().toLower());
+    RenameJournal j;
+    ASSERT_TRUE(j.create(nullptr));
+    // What copyFiles would have written for A, then for B up to the kill.
+    const QString tmpA = tree(u"TMPA"_s), tmpB = tree(u"TMPB"_s);
+    j.done(j.begin(RenameJournal::Kind::Temp, tree(u"A"_s), tmpA, tree(u"a"_s)));
+    j.done(j.begin(RenameJournal::Kind::FromTemp, tmpA, tree(u"a"_s)));
+    j.done(j.begin(RenameJournal::Kind::Temp, tree(u"B"_s), tmpB, tree(u"b"_s)));
+    j.begin(RenameJournal::Kind::FromTemp, tmpB, tree(u"b"_s));
+    ASSERT_TRUE(QFile::rename(tree(u"A"_s), tree(u"a"_s)));
+    ASSERT_TRUE(QFile::rename(tree(u"B"_s), tmpB));
+
+    const auto list = RenameJournal::interrupted();
+    ASSERT_EQ(list.size(), 1);
+    EXPECT_EQ(list[0].contents.path, j.path());
+    EXPECT_EQ(list[0].done, 3);
+    EXPECT_EQ(list[0].pending, 1);
+    EXPECT_EQ(
+        list[0].temporaryFiles,
+        QStringList{
+            QStringLiteral("%1 (was %2, to become %3)").arg(tmpB, tree(u"B"_s), tree(u"b"_s))});
+    EXPECT_EQ(list[0].inProgress,
+              QStringList{QStringLiteral("%1 -> %2 (not made)").arg(tmpB, tree(u"b"_s))});
+
+    QString error;
+    const auto report = RenameJournal::undo(j.path(), &error);
+    EXPECT_TRUE(report.refused.isEmpty()) << report.refused.join(u'\n').toStdString();
+    EXPECT_EQ(tree.list(), (QStringList{u"A"_s, u"B"_s, u"C"_s}));
+    EXPECT_TRUE(RenameJournal::interrupted().isEmpty()); // undone: no longer listed
+}
+
+} // namespace
