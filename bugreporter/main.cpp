@@ -1,0 +1,97 @@
+// seqmate-bugreporter: shows the crash report of Seqmate's last run and keeps
+// a copy of it for support. Started by the application at launch after a
+// crash, with the report's path; the desktop front end gives it a window.
+#include "QXFileManager.h"
+
+#include <QCommandLineParser>
+#include <QCoreApplication>
+#include <QFile>
+#include <QFileInfo>
+#include <QSaveFile>
+
+#include <cstdio>
+
+namespace {
+
+void out(const QString& text) {
+    const QByteArray bytes = text.toUtf8();
+    std::fwrite(bytes.constData(), 1, static_cast<size_t>(bytes.size()), stdout);
+}
+
+void err(const QString& text) {
+    const QByteArray bytes = (text + u'\n').toUtf8();
+    std::fwrite(bytes.constData(), 1, static_cast<size_t>(bytes.size()), stderr);
+}
+
+// Never over an existing file: the first free "<name> N" instead.
+QString freeTarget(const QString& path) {
+    return QXFileManager::uniqueFilename(path);
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    QCoreApplication app(argc, argv);
+    QCoreApplication::setApplicationName(QStringLiteral("seqmate-bugreporter"));
+    QCommandLineParser parser;
+    parser.setApplicationDescription(
+        QStringLiteral("Shows a Seqmate crash report and saves or copies it for support."));
+    parser.addHelpOption();
+    const QCommandLineOption save(QStringLiteral("save"),
+                                  QStringLiteral("Write the report's text to <file>."),
+                                  QStringLiteral("file"));
+    const QCommandLineOption copy(QStringLiteral("copy"),
+                                  QStringLiteral("Copy the report file into <folder>."),
+                                  QStringLiteral("folder"));
+    parser.addOption(save);
+    parser.addOption(copy);
+    parser.addPositionalArgument(QStringLiteral("report"), QStringLiteral("The crash report."));
+    parser.process(app);
+
+    const QStringList reports = parser.positionalArguments();
+    if (reports.size() != 1) {
+        err(QStringLiteral("Usage: seqmate-bugreporter [--save FILE] [--copy FOLDER] REPORT"));
+        return 2;
+    }
+    const QString report = reports.first();
+    QFile file(report);
+    if (!file.open(QIODevice::ReadOnly)) {
+        err(QStringLiteral("Unable to read crash report %1: %2").arg(report, file.errorString()));
+        return 1;
+    }
+    const QByteArray text = file.readAll();
+
+    out(QStringLiteral("Seqmate quit unexpectedly the last time it ran.\nCrash report: %1\n\n")
+            .arg(report));
+    std::fwrite(text.constData(), 1, static_cast<size_t>(text.size()), stdout);
+    if (!text.endsWith('\n')) out(QStringLiteral("\n"));
+
+    int status = 0;
+    if (parser.isSet(save)) {
+        const QString target = freeTarget(parser.value(save));
+        QSaveFile saved(target);
+        if (saved.open(QIODevice::WriteOnly) && saved.write(text) == text.size() &&
+            saved.commit()) {
+            out(QStringLiteral("\nSaved the report to %1\n").arg(target));
+        } else {
+            err(QStringLiteral("Unable to save the report to %1: %2")
+                    .arg(target, saved.errorString()));
+            status = 1;
+        }
+    }
+    if (parser.isSet(copy)) {
+        const QString target =
+            freeTarget(QXFileManager::joinPath(parser.value(copy), QFileInfo(report).fileName()));
+        QString error;
+        if (QXFileManager::copyItem(report, target, &error)) {
+            out(QStringLiteral("\nCopied the report to %1\n").arg(target));
+        } else {
+            err(QStringLiteral("Unable to copy the report: %1").arg(error));
+            status = 1;
+        }
+    }
+    if (!parser.isSet(save) && !parser.isSet(copy))
+        out(QStringLiteral("\nTo keep it for support: seqmate-bugreporter --save FILE or "
+                           "--copy FOLDER with the report's path.\n"));
+    return status;
+}
