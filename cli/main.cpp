@@ -1,5 +1,6 @@
 // seqmate-cli: the rename engine without the desktop window, for pipelines.
 #include "CliOptions.h"
+#include "CommitCommands.h"
 #include "MyDocument.h"
 #include "QXLocalPaths.h"
 #include "QXLog.h"
@@ -124,6 +125,8 @@ int main(int argc, char** argv) {
     cli.add_flag("--full-paths", o.fullPaths, "show full paths (\"~\" for the home folder)");
     cli.add_flag("--json", o.json, "print the preview as one JSON array");
     cli.add_option("PATH", o.paths, "files and folders to add, in order");
+    CommitOptions commit;
+    addCommitOptions(cli, commit);
     try {
         cli.parse(argc, argv);
     } catch (const CLI::CallForHelp& e) {
@@ -139,6 +142,10 @@ int main(int argc, char** argv) {
     if (QXLocalPaths::isSuperUser())
         QDir().mkpath(QXLocalPaths::libraryDirectory(false) + QStringLiteral("/Logs/Corvane"));
     QXLog::createNewLog(QStringLiteral("Seqmate"));
+    if (const auto status = runJournalCommand(commit)) {
+        QXLog::finishWriting();
+        return *status;
+    }
     TerminalView view;
     view.setQuiet(o.json);
     MyDocument doc(&view);
@@ -209,6 +216,7 @@ int main(int argc, char** argv) {
         printJson(doc);
     else
         printTable(doc, o.fullPaths);
+    const int status = commit.apply ? runCommit(doc, commit) : 0;
     QXLog::finishWriting();
-    return 0;
+    return status;
 }

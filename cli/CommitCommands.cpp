@@ -1,0 +1,244 @@
+#include "CommitCommands.h"
+
+#include "FileMover.h"
+#include "MyDocument.h"
+#include "Preferences.h"
+#include "RenameJournal.h"
+
+#include <QFileInfo>
+#include <QSet>
+
+#include <atomic>
+#include <csignal>
+#include <cstdio>
+#include <iostream>
+#include <unistd.h>
+
+namespace {
+void printLine(FILE* out, const QString& text) {
+    std::fprintf(out, "%s\n", text.toLocal8Bit().constData());
+}
+void err(const QString& text) {
+    printLine(stderr, text);
+}
+
+std::atomic<MyDocument*> interruptedDoc{nullptr};
+volatile std::sig_atomic_t interrupted = 0;
+static_assert(std::atomic<MyDocument*>::is_always_lock_free);
+
+// Ctrl-C cancels between files, like the progress sheet's Cancel button; a
+// second one ends the process (the handler resets itself).
+extern "C" void onInterrupt(int) {
+    interrupted = 1;
+    if (MyDocument* doc = interruptedDoc.load()) doc->cancelProgress();
+}
+
+class InterruptGuard {
+public:
+    explicit InterruptGuard(MyDocument& doc) {
+        interrupted = 0;
+        interruptedDoc.store(&doc);
+        struct sigaction sa {};
+        sa.sa_handler = onInterrupt;
+        sigemptyset(&sa.sa_mask);
+        sa.sa_flags = SA_RESTART | SA_RESETHAND;
+        sigaction(SIGINT, &sa, &m_previous);
+    }
+    ~InterruptGuard() {
+        sigaction(SIGINT, &m_previous, nullptr);
+        interruptedDoc.store(nullptr);
+    }
+    InterruptGuard(const InterruptGuard&) = delete;
+    InterruptGuard& operator=(const InterruptGuard&) = delete;
+
+private:
+    struct sigaction m_previous {};
+};
+
+// Stands in front of the terminal's view during the commit: progress goes
+// through to its bar, the reports are printed here, on standard error, so
+// that standard output keeps only the preview.
+class CommitView : public DocumentView {
+public:
+    CommitView(DocumentView& inner, MyDocument& doc) : m_inner(inner), m_doc(doc) {}
+    void reloadTable(bool wait) override { m_inner.reloadTable(wait); }
+    void setSpinner(Spinner which, bool running) override { m_inner.setSpinner(which, running); }
+    void setRenameEnabled(bool enabled) override { m_inner.setRenameEnabled(enabled); }
+    void startProgress(int maximum) override {
+        m_inner.startProgress(maximum);
+        if (interrupted) m_doc.cancelProgress(); // Ctrl-C before the first file
+    }
+    void incrementProgress() override { m_inner.incrementProgress(); }
+    void endProgress() override { m_inner.endProgress(); }
+    int alert(const AlertRequest& r) override {
+        if (r.parent == AlertRequest::Parent::ProgressSheet) {
+            m_inner.endProgress(); // the summary starts on a line of its own
+        } else if (r.messageText == QLatin1String("Rename complete")) {
+            completed = true;
+        }
+        err(r.messageText);
+        if (!r.informativeText.isEmpty()) err(r.informativeText);
+        return DocumentView::AlertDefault;
+    }
+    bool completed = false;
+
+private:
+    DocumentView& m_inner;
+    MyDocument& m_doc;
+};
+
+QString plural(qsizetype n) {
+    return n == 1 ? QString() : QStringLiteral("s");
+}
+
+// Asks the confirmation question on the terminal; true for yes.
+bool confirm(int count) {
+    std::fprintf(stderr, "%s [y/N] ",
+                 QStringLiteral("Are you sure you wish to rename %1 file%2?")
+                     .arg(count)
+                     .arg(plural(count))
+                     .toLocal8Bit()
+                     .constData());
+    std::fflush(stderr);
+    std::string answer;
+    if (!std::getline(std::cin, answer)) return false;
+    const QString a = QString::fromLocal8Bit(answer).trimmed().toLower();
+    return a == u'y' || a == QLatin1String("yes");
+}
+
+int undo(const QString& given) {
+    QString path = given;
+    if (!QFileInfo::exists(path) && QFileInfo::exists(RenameJournal::folder() + u'/' + given))
+        path = RenameJournal::folder() + u'/' + given;
+    QString error;
+    const RenameJournal::UndoReport report = RenameJournal::undo(path, &error);
+    if (!error.isEmpty()) {
+        err(QStringLiteral("seqmate-cli: %1").arg(error));
+        return 2;
+    }
+    for (const QString& m : report.messages)
+        printLine(stdout, m);
+    for (const QString& r : report.refused)
+        err(r);
+    printLine(stdout, QStringLiteral("%1 move%2 undone, %3 refused")
+                          .arg(report.undone)
+                          .arg(plural(report.undone))
+                          .arg(report.refused.size()));
+    if (!report.undoJournal.isEmpty()) err(QStringLiteral("journal: %1").arg(report.undoJournal));
+    return report.refused.isEmpty() ? 0 : 1;
+}
+
+int recover() {
+    const QList<RenameJournal::Interrupted> found = RenameJournal::interrupted();
+    if (found.isEmpty()) {
+        printLine(stdout, QStringLiteral("No interrupted renames."));
+        return 0;
+    }
+    for (const RenameJournal::Interrupted& i : found) {
+        printLine(stdout, QStringLiteral("%1 (started %2): %3 move%4 done, %5 not marked done")
+                              .arg(i.contents.path, i.contents.started.toString(
+                                                        QStringLiteral("yyyy-MM-dd HH:mm:ss")))
+                              .arg(i.done)
+                              .arg(plural(i.done))
+                              .arg(i.pending));
+        for (const QString& p : i.inProgress)
+            printLine(stdout, QStringLiteral("  in progress: ") + p);
+        for (const QString& t : i.temporaryFiles)
+            printLine(stdout, QStringLiteral("  temporary: ") + t);
+        printLine(stdout,
+                  QStringLiteral("  undo with: seqmate-cli --undo '%1'").arg(i.contents.path));
+    }
+    return 0;
+}
+} // namespace
+
+void addCommitOptions(CLI::App& app, CommitOptions& o) {
+    app.add_flag("--apply", o.apply, "rename the files on disk after the preview");
+    app.add_flag("-y,--yes", o.yes, "answer yes to the confirmation question");
+    app.add_flag("--allow-conflicts", o.allowConflicts,
+                 "apply even when the preview flags duplicate new names");
+    app.add_option("--conflict-action", o.conflictAction,
+                   "a file outside the batch at a new name goes: 0 into \"Conflicting files\", "
+                   "1 to a dated name, 2 to the trash (default: the stored preference)")
+        ->check(CLI::Range(0, 2));
+    auto* undoOption =
+        app.add_option("--undo", o.undo, "reverse the moves of a rename journal, last first");
+    app.add_flag("--recover", o.recover,
+                 "list interrupted renames and the files they left under temporary names")
+        ->excludes(undoOption);
+}
+
+std::optional<int> runJournalCommand(const CommitOptions& o) {
+    if (o.recover) return recover();
+    if (!o.undo.empty()) return undo(QString::fromStdString(o.undo));
+    return std::nullopt;
+}
+
+int runCommit(MyDocument& doc, const CommitOptions& o) {
+    int changed = 0;
+    QStringList conflicting;
+    for (const FileItemPtr& item : doc.fileArray()) {
+        const FileItemPtr preview = item->previewObject();
+        const QString next = preview ? preview->fileName() : item->fileName();
+        if (next != item->fileName()) ++changed;
+        if (preview && preview->isConflicting())
+            conflicting.append(item->fullPath() + QStringLiteral(" -> ") + next);
+    }
+    if (!conflicting.isEmpty() && !o.allowConflicts) {
+        err(QStringLiteral("seqmate-cli: not renaming: %1 file%2 would get the same name as "
+                           "another (--allow-conflicts renames anyway):")
+                .arg(conflicting.size())
+                .arg(plural(conflicting.size())));
+        for (const QString& c : conflicting)
+            err(QStringLiteral("  ") + c);
+        return 3;
+    }
+    if (changed == 0) {
+        err(QStringLiteral("No files need renaming"));
+        return 0;
+    }
+    if (!o.yes) {
+        if (!::isatty(STDIN_FILENO)) {
+            err(QStringLiteral("seqmate-cli: not renaming: confirmation needed, and standard input "
+                               "is not a terminal (use -y)"));
+            return 2;
+        }
+        if (!confirm(changed)) {
+            err(QStringLiteral("Nothing renamed."));
+            return 1;
+        }
+    }
+
+    FileMover::installFaultsFromEnvironment();
+    Preferences::setConflictActionOverride(o.conflictAction);
+    DocumentView& terminal = doc.view();
+    CommitView view(terminal, doc);
+    doc.setView(&view);
+    {
+        InterruptGuard guard(doc);
+        doc.startProcessing(changed);
+    }
+    doc.setView(&terminal);
+    Preferences::setConflictActionOverride(std::nullopt);
+
+    // Failed files keep their old name; files a Ctrl-C never reached too.
+    const QStringList failed = doc.lastFailedNames();
+    const QSet<QString> listed(failed.cbegin(), failed.cend());
+    QStringList notReached;
+    for (const FileItemPtr& item : doc.fileArray()) {
+        const QString name = item->fileName();
+        if (name != item->proposedFileName() && !listed.contains(name)) notReached.append(name);
+    }
+    if (!notReached.isEmpty()) {
+        err(QStringLiteral("%1: %2 more file%3 not renamed:")
+                .arg(interrupted ? QStringLiteral("Interrupted") : QStringLiteral("Stopped"))
+                .arg(notReached.size())
+                .arg(plural(notReached.size())));
+        for (const QString& n : notReached)
+            err(n);
+    }
+    const QString journal = doc.lastJournalPath();
+    err(QStringLiteral("journal: %1").arg(journal.isEmpty() ? QStringLiteral("none") : journal));
+    const bool allRenamed = view.completed && failed.isEmpty() && notReached.isEmpty();
+    return allRenamed ? 0 : 1;
+}
