@@ -6,6 +6,7 @@
 #include "RenameJournal.h"
 
 #include <QFileInfo>
+#include <QHash>
 #include <QSet>
 
 #include <atomic>
@@ -209,6 +210,11 @@ int runCommit(MyDocument& doc, const CommitOptions& o) {
         }
     }
 
+    // The names before the commit, to tell files left alone from files moved aside.
+    QHash<const QXFileItem*, QString> before;
+    for (const FileItemPtr& item : doc.fileArray())
+        before.insert(item.get(), item->fileName());
+
     FileMover::installFaultsFromEnvironment();
     Preferences::setConflictActionOverride(o.conflictAction);
     DocumentView& terminal = doc.view();
@@ -225,10 +231,19 @@ int runCommit(MyDocument& doc, const CommitOptions& o) {
     const QStringList failed = doc.lastFailedNames();
     const QSet<QString> listed(failed.cbegin(), failed.cend());
     QStringList notReached;
+    QStringList aside;
     for (const FileItemPtr& item : doc.fileArray()) {
         const QString name = item->fileName();
-        if (name != item->proposedFileName() && !listed.contains(name)) notReached.append(name);
+        const QString wanted = item->proposedFileName();
+        if (name == wanted || listed.contains(name)) continue;
+        // A batch file moved out of the way after its own turn keeps its dated name.
+        if (name != before.value(item.get(), name))
+            aside.append(QStringLiteral("%1 (wanted %2)").arg(name, wanted));
+        else
+            notReached.append(name);
     }
+    for (const QString& a : aside)
+        err(QStringLiteral("Left under a dated name: ") + a);
     if (!notReached.isEmpty()) {
         err(QStringLiteral("%1: %2 more file%3 not renamed:")
                 .arg(interrupted ? QStringLiteral("Interrupted") : QStringLiteral("Stopped"))

@@ -1,0 +1,245 @@
+// seqmate-cli --apply, --undo and --recover, run as a child process on real
+// folders, with a private home so that its journals are its own.
+#include "TempTree.h"
+
+#include <QDir>
+#include <QElapsedTimer>
+#include <QProcess>
+#include <QRegularExpression>
+#include <QThread>
+#include <gtest/gtest.h>
+
+#include <csignal>
+
+using namespace Qt::Literals::StringLiterals;
+
+namespace {
+
+struct CliResult {
+    int status = -1;
+    QString out;
+    QString err;
+};
+
+class CommitCli : public ::testing::Test {
+protected:
+    void SetUp() override { tree.dir(u"files"_s); }
+
+    QProcessEnvironment env(const QStringList& extra = {}) const {
+        QProcessEnvironment e = QProcessEnvironment::systemEnvironment();
+        e.insert(u"HOME"_s, tree(u"home"_s));
+        e.insert(u"XDG_DATA_HOME"_s, tree(u"home/.local/share"_s));
+        e.insert(u"XDG_CONFIG_HOME"_s, tree(u"home/.config"_s));
+        for (const QString& kv : extra)
+            e.insert(kv.section(u'=', 0, 0), kv.section(u'=', 1));
+        return e;
+    }
+    void start(QProcess& p, const QStringList& args, const QStringList& extraEnv = {}) const {
+        p.setProcessEnvironment(env(extraEnv));
+        p.start(QStringLiteral(SEQMATE_CLI_PATH), args);
+        p.closeWriteChannel();
+        ASSERT_TRUE(p.waitForStarted());
+    }
+    CliResult run(const QStringList& args, const QStringList& extraEnv = {}) const {
+        QProcess p;
+        start(p, args, extraEnv);
+        p.waitForFinished(120000);
+        return {p.exitStatus() == QProcess::NormalExit ? p.exitCode() : -1,
+                QString::fromUtf8(p.readAllStandardOutput()),
+                QString::fromUtf8(p.readAllStandardError())};
+    }
+    QStringList makeFiles(const QString& pattern, int count) const {
+        QStringList paths;
+        for (int i = 1; i <= count; ++i)
+            paths.append(tree.file(u"files/"_s + pattern.arg(i, 4, 10, QLatin1Char('0')),
+                                   QByteArray::number(i)));
+        return paths;
+    }
+    QString journalFolder() const { return tree(u"home/.local/share/Logs/Corvane/Journals"_s); }
+    // The journal the child is writing (empty until it exists).
+    QString currentJournal() const {
+        const QStringList j = QDir(journalFolder()).entryList({u"*.journal"_s}, QDir::Files);
+        return j.isEmpty() ? QString() : journalFolder() + u'/' + j.first();
+    }
+    // Waits until the journal holds a line starting with prefix.
+    bool waitForRecord(const QByteArray& prefix, int timeoutMs = 60000) const {
+        QElapsedTimer t;
+        t.start();
+        while (t.elapsed() < timeoutMs) {
+            const QString path = currentJournal();
+            QFile f(path);
+            if (!path.isEmpty() && f.open(QIODevice::ReadOnly) &&
+                f.readAll().contains(QByteArray('\n' + prefix)))
+                return true;
+            QThread::msleep(20);
+        }
+        return false;
+    }
+    static QString journalOf(const CliResult& r) {
+        const auto m = QRegularExpression(u"^journal: (.*)$"_s, QRegularExpression::MultilineOption)
+                           .match(r.err);
+        return m.hasMatch() ? m.captured(1) : QString();
+    }
+
+    TempTree tree;
+};
+
+TEST_F(CommitCli, ApplyRenamesAndNamesTheJournal) {
+    const QStringList files = makeFiles(u"a.%1.jpg"_s, 3);
+    const CliResult r = run(
+        {u"-t"_s, u"prefix"_s, u"-s"_s, u"prefix=x_"_s, u"--apply"_s, u"-y"_s, tree(u"files"_s)});
+    ASSERT_EQ(r.status, 0) << r.err.toStdString();
+    EXPECT_EQ(tree.list(u"files"_s),
+              (QStringList{u"x_a.0001.jpg"_s, u"x_a.0002.jpg"_s, u"x_a.0003.jpg"_s}));
+    EXPECT_TRUE(r.err.contains(u"Rename complete\n3 files renamed.\n"_s)) << r.err.toStdString();
+    EXPECT_FALSE(r.out.contains(u"Rename complete"_s)); // standard output keeps the preview only
+    EXPECT_TRUE(readText(journalOf(r)).endsWith(u"complete\n"_s));
+}
+
+TEST_F(CommitCli, WithoutATerminalOrYesNothingIsRenamed) {
+    makeFiles(u"a.%1.jpg"_s, 2);
+    const CliResult r = run({u"-t"_s, u"upper"_s, u"--apply"_s, tree(u"files"_s)});
+    EXPECT_EQ(r.status, 2);
+    EXPECT_TRUE(r.err.contains(u"use -y"_s)) << r.err.toStdString();
+    EXPECT_EQ(tree.list(u"files"_s), (QStringList{u"a.0001.jpg"_s, u"a.0002.jpg"_s}));
+}
+
+TEST_F(CommitCli, ConflictsRefuseWithStatusThreeUnlessAllowed) {
+    const QString jpg = tree.file(u"files/a.jpg"_s, "jpg");
+    const QString png = tree.file(u"files/a.png"_s, "png");
+    const QStringList args{u"-t"_s, u"remove-ext"_s, u"--apply"_s, u"-y"_s, jpg, png};
+    const CliResult refused = run(args);
+    EXPECT_EQ(refused.status, 3);
+    EXPECT_TRUE(refused.err.contains(jpg + u" -> a"_s)) << refused.err.toStdString();
+    EXPECT_TRUE(refused.err.contains(png + u" -> a"_s));
+    EXPECT_EQ(tree.list(u"files"_s), (QStringList{u"a.jpg"_s, u"a.png"_s}));
+
+    const CliResult allowed = run(args + QStringList{u"--allow-conflicts"_s});
+    EXPECT_EQ(allowed.status, 0) << allowed.err.toStdString();
+    EXPECT_TRUE(allowed.err.contains(u"Left under a dated name: "_s)) << allowed.err.toStdString();
+    // The first took the name, then was moved aside for the second.
+    EXPECT_EQ(tree.read(u"files/a"_s), "png");
+    const QStringList left = tree.list(u"files"_s);
+    ASSERT_EQ(left.size(), 2);
+    EXPECT_TRUE(QRegularExpression(u"^a_\\d{4}-\\d\\d-\\d\\d \\d\\d-\\d\\d-\\d\\d$"_s)
+                    .match(left[1])
+                    .hasMatch())
+        << left[1].toStdString();
+}
+
+TEST_F(CommitCli, ConflictActionForOneRun) {
+    const QString a = tree.file(u"files/a"_s, "batch");
+    tree.file(u"files/x_a"_s, "foreign");
+    const CliResult bad = run({u"-t"_s, u"prefix"_s, u"-s"_s, u"prefix=x_"_s, u"--apply"_s, u"-y"_s,
+                               u"--conflict-action"_s, u"3"_s, a});
+    EXPECT_EQ(bad.status, 2);
+    const CliResult r = run({u"-t"_s, u"prefix"_s, u"-s"_s, u"prefix=x_"_s, u"--apply"_s, u"-y"_s,
+                             u"--conflict-action"_s, u"1"_s, a});
+    ASSERT_EQ(r.status, 0) << r.err.toStdString();
+    EXPECT_EQ(tree.read(u"files/x_a"_s), "batch");
+    EXPECT_FALSE(tree.exists(u"files/Conflicting files"_s));
+    EXPECT_EQ(tree.list(u"files"_s).size(), 2); // x_a and the dated foreign file
+}
+
+TEST_F(CommitCli, FailedFileGivesStatusOneAndItsOldName) {
+    const QStringList f = makeFiles(u"f%1"_s, 3);
+    const CliResult r = run(
+        {u"-t"_s, u"prefix"_s, u"-s"_s, u"prefix=x_"_s, u"--apply"_s, u"-y"_s, f[0], f[1], f[2]},
+        {u"SEQMATE_FAULT_FAIL=2"_s});
+    EXPECT_EQ(r.status, 1);
+    EXPECT_TRUE(r.err.contains(u"The following files were not renamed:\n\nf0002\n"_s))
+        << r.err.toStdString();
+    EXPECT_EQ(tree.list(u"files"_s), (QStringList{u"f0002"_s, u"x_f0001"_s, u"x_f0003"_s}));
+    EXPECT_FALSE(journalOf(r).isEmpty());
+}
+
+// A child killed mid-commit (SIGKILL): --recover lists its journal and the
+// file it left under a temporary name, and --undo gives every file back.
+struct KillCase {
+    const char* name;
+    const char* fault; // how the child is slowed or stopped
+    const char* waitFor;
+};
+void PrintTo(const KillCase& c, std::ostream* os) {
+    *os << c.name;
+}
+
+class KilledCommit : public CommitCli, public ::testing::WithParamInterface<KillCase> {};
+
+TEST_P(KilledCommit, RecoverListsItAndUndoRestoresEveryFile) {
+    const int count = 3000;
+    makeFiles(u"IMG_%1.JPG"_s, count);
+    const QStringList original = tree.list(u"files"_s);
+    QProcess child;
+    child.setStandardOutputFile(QProcess::nullDevice()); // nobody reads the preview table
+    start(child, {u"-t"_s, u"lower"_s, u"--apply"_s, u"-y"_s, tree(u"files"_s)},
+          {QString::fromUtf8(GetParam().fault)});
+    const bool reached = waitForRecord(GetParam().waitFor);
+    child.kill();
+    child.waitForFinished();
+    ASSERT_TRUE(reached) << child.readAllStandardError().toStdString();
+    const QString journal = currentJournal();
+
+    const CliResult recover = run({u"--recover"_s});
+    EXPECT_EQ(recover.status, 0);
+    EXPECT_TRUE(recover.out.startsWith(journal + u" (started "_s)) << recover.out.toStdString();
+    const QStringList now = tree.list(u"files"_s);
+    const bool underTempName = std::any_of(now.cbegin(), now.cend(), [](const QString& n) {
+        return !n.startsWith(u"IMG_"_s, Qt::CaseInsensitive);
+    });
+    EXPECT_EQ(recover.out.contains(u"  temporary: "_s + tree(u"files/"_s)), underTempName);
+    if (QByteArray(GetParam().name) == "stopped") {
+        EXPECT_TRUE(underTempName);
+    }
+
+    const CliResult undo = run({u"--undo"_s, journal});
+    EXPECT_EQ(undo.status, 0) << undo.err.toStdString();
+    EXPECT_EQ(tree.list(u"files"_s), original);
+    EXPECT_EQ(tree.read(u"files/IMG_2999.JPG"_s), "2999");
+    EXPECT_EQ(run({u"--recover"_s}).out, u"No interrupted renames.\n"_s);
+}
+
+INSTANTIATE_TEST_SUITE_P(Ways, KilledCommit,
+                         ::testing::Values(
+                             // Stops for good right after the temporary move of the 1001st file.
+                             KillCase{"stopped", "SEQMATE_FAULT_STOP_AFTER=2001", "move\t2001\t"},
+                             // Killed wherever it is once a third of the moves are recorded.
+                             KillCase{"slowed", "SEQMATE_FAULT_MOVE_DELAY_US=300", "move\t2000\t"}),
+                         [](const ::testing::TestParamInfo<KillCase>& i) {
+                             return std::string(i.param.name);
+                         });
+
+TEST_F(CommitCli, CtrlCStopsBetweenFilesAndStillWritesSummaryAndJournal) {
+    const int count = 400;
+    makeFiles(u"f%1"_s, count);
+    QProcess child;
+    child.setStandardOutputFile(QProcess::nullDevice());
+    start(child,
+          {u"-t"_s, u"prefix"_s, u"-s"_s, u"prefix=x_"_s, u"--apply"_s, u"-y"_s, tree(u"files"_s)},
+          {u"SEQMATE_FAULT_MOVE_DELAY_US=5000"_s});
+    ASSERT_TRUE(waitForRecord("done\t20\n"));
+    ::kill(static_cast<pid_t>(child.processId()), SIGINT);
+    ASSERT_TRUE(child.waitForFinished(60000));
+    EXPECT_EQ(child.exitStatus(), QProcess::NormalExit);
+    EXPECT_EQ(child.exitCode(), 1);
+    const QString err = QString::fromUtf8(child.readAllStandardError());
+    const auto m = QRegularExpression(u"Interrupted: (\\d+) more files not renamed:"_s).match(err);
+    ASSERT_TRUE(m.hasMatch()) << err.toStdString();
+    const QStringList now = tree.list(u"files"_s);
+    const auto renamed = std::count_if(now.cbegin(), now.cend(),
+                                       [](const QString& n) { return n.startsWith(u"x_"_s); });
+    EXPECT_GE(renamed, 20);
+    EXPECT_LT(renamed, count);
+    EXPECT_EQ(renamed + m.captured(1).toInt(), count);
+    EXPECT_EQ(now.size(), count);
+    EXPECT_TRUE(readText(currentJournal()).endsWith(u"complete\n"_s));
+    EXPECT_TRUE(err.contains(u"journal: "_s + currentJournal()));
+}
+
+TEST_F(CommitCli, UndoOfSomethingThatIsNoJournalIsAUsageError) {
+    const CliResult r = run({u"--undo"_s, tree.file(u"files/nope"_s, "x")});
+    EXPECT_EQ(r.status, 2);
+    EXPECT_TRUE(r.err.contains(u"not a rename journal"_s)) << r.err.toStdString();
+}
+
+} // namespace
