@@ -1,37 +1,24 @@
 #pragma once
 
-// Shared helpers of the task-family tests: a document of items named
-// "/tmp/x/<name>", a preview run of one task, and what it left behind.
+// Helpers of the task-family tests: a document of items "/tmp/x/<name>", a
+// preview run of one task, the log and the console.
 
 #include "MyDocument.h"
 #include "QXConsole.h"
 #include "QXLocalPaths.h"
 #include "QXLog.h"
 #include "RecordingView.h"
-#include "TempTree.h"
 
 #include <QFile>
 #include <QMutex>
-#include <QVariantMap>
 #include <gtest/gtest.h>
 #include <ostream>
 
 using namespace Qt::Literals::StringLiterals;
-
 using TaskMethod = bool (MyDocument::*)(const QVariantMap&, const FileList&);
 
-inline void PrintTo(const QString& s, std::ostream* os) {
-    *os << '"' << s.toStdString() << '"';
-}
 inline void PrintTo(const QStringList& l, std::ostream* os) {
     *os << '[' << l.join(QStringLiteral(" | ")).toStdString() << ']';
-}
-
-inline FileList itemsNamed(const QStringList& names) {
-    FileList files;
-    for (const QString& n : names)
-        files.append(QXFileItem::fileItemWithFile(QStringLiteral("/tmp/x/") + n));
-    return files;
 }
 
 inline QStringList fileNames(const FileList& files) {
@@ -41,68 +28,65 @@ inline QStringList fileNames(const FileList& files) {
     return out;
 }
 
-inline QStringList previewNames(const FileList& files) {
-    QStringList out;
-    for (const auto& f : files)
-        out.append(f->previewObject()->fileName());
-    return out;
-}
-
-inline QVariantMap withPreview(QVariantMap settings) {
-    settings.insert(QStringLiteral("preview"), true);
-    return settings;
-}
-
 // A document holding items for names, on a recording view.
 struct TaskDoc {
     RecordingView view;
     MyDocument doc{&view};
     FileList files;
 
-    explicit TaskDoc(const QStringList& names) : files(itemsNamed(names)) {
+    explicit TaskDoc(const QStringList& names) {
+        for (const QString& n : names)
+            files.append(QXFileItem::fileItemWithFile(QStringLiteral("/tmp/x/") + n));
         doc.setFileArray(files);
     }
-
-    // Runs the task in preview mode over files (default: the whole list) and
+    // Runs the task previewing (on all files unless handed a batch) and
     // checks that the items themselves kept their names.
-    bool preview(TaskMethod task, const QVariantMap& settings) {
-        return preview(task, settings, files);
-    }
-    bool preview(TaskMethod task, const QVariantMap& settings, const FileList& handed) {
+    bool preview(TaskMethod task, QVariantMap s, const std::optional<FileList>& batch = {}) {
         const QStringList before = fileNames(files);
-        const bool ok = (doc.*task)(withPreview(settings), handed);
+        s.insert(u"preview"_s, true);
+        const bool ok = (doc.*task)(s, batch.value_or(files));
         EXPECT_EQ(fileNames(files), before) << "a preview changed the items themselves";
         return ok;
     }
-    QStringList previews() const { return previewNames(files); }
+    QStringList previews() const {
+        QStringList out;
+        for (const auto& f : files)
+            out.append(f->previewObject()->fileName());
+        return out;
+    }
 };
 
-// The preview names a task proposes for names, one document per call.
-inline QStringList previewOf(TaskMethod task, const QStringList& names,
-                             const QVariantMap& settings = {}, bool* ok = nullptr) {
-    TaskDoc t(names);
-    const bool result = t.preview(task, settings);
-    if (ok) *ok = result;
-    return t.previews();
+// One example of a table: the names handed to a task and the previews it makes.
+struct Example {
+    const char* label;
+    TaskMethod task;
+    QVariantMap settings;
+    QStringList before;
+    QStringList after;
+};
+
+inline void expectExamples(std::initializer_list<Example> examples) {
+    for (const auto& ex : examples) {
+        SCOPED_TRACE(ex.label);
+        TaskDoc t(ex.before);
+        EXPECT_TRUE(t.preview(ex.task, ex.settings));
+        EXPECT_EQ(t.previews(), ex.after);
+    }
 }
 
-// The log as written so far; tests look for lines they caused.
-inline QString logText() {
+// Lines of the log whose message (after the time stamp) is exactly message.
+inline qsizetype logCount(const QString& message) {
     QXLog::finishWriting();
     QFile f(QXLog::currentLogPath());
-    return f.open(QIODevice::ReadOnly) ? QString::fromUtf8(f.readAll()) : QString();
-}
-
-// Counts lines of the log that end with " - " + message (time stamp first).
-inline qsizetype logCount(const QString& message) {
+    if (!f.open(QIODevice::ReadOnly)) return 0;
     qsizetype n = 0;
-    for (const QString& line : logText().split(u'\n'))
-        if (line.endsWith(QStringLiteral(" - ") + message)) ++n;
+    for (const QString& line : QString::fromUtf8(f.readAll()).split(u'\n'))
+        if (line.endsWith(u" - "_s + message)) ++n;
     return n;
 }
 
-// A fresh log in the private home for each suite: the tests run as root,
-// whose log would go to the machine-wide folder, so they pose as a user.
+// A fresh log in the private home for each suite: root's log would go to the
+// machine-wide folder, so the suite poses as an ordinary user.
 class LoggedTest : public ::testing::Test {
 protected:
     static void SetUpTestSuite() {
@@ -118,22 +102,22 @@ protected:
     }
 };
 
-// Collects the console lines printed while it lives (exceptions are printed
-// there as well as logged).
+// Collects the console lines printed while it lives (exceptions go there too).
 class ConsoleLines {
 public:
     ConsoleLines() {
         QXConsole::setSink([this](const QString& line) {
             QMutexLocker lock(&m_mutex);
-            lines.append(line);
+            m_lines.append(line);
         });
     }
     ~ConsoleLines() { QXConsole::setSink(nullptr); }
-    ConsoleLines(const ConsoleLines&) = delete;
-    ConsoleLines& operator=(const ConsoleLines&) = delete;
-
-    QStringList lines;
+    QStringList lines() {
+        QMutexLocker lock(&m_mutex);
+        return m_lines;
+    }
 
 private:
     QMutex m_mutex;
+    QStringList m_lines;
 };
