@@ -94,7 +94,11 @@ public:
     // The check made before every synchronous launch: an executable regular file.
     static bool isExecutable(const QString& path);
 
-    // Synchronous forms. Output and error go to the null device unless said otherwise.
+    // Synchronous forms. Standard input reads end of file at once (the null
+    // device, or an empty pipe), so a program waiting for input cannot hang
+    // the call; output and error go to the null device unless said otherwise.
+    // A program that passes the check but cannot be started is logged as an
+    // exception and gives the failure value.
     static bool runTask(const QString& path, const QStringList& arguments,
                         const ProcessHook& task = nullptr);
     // Starts the program and returns at once; the child is adopted by init, not left a zombie.
@@ -118,7 +122,10 @@ public:
                                   const ProcessHook& task = nullptr);
 
     // Timed forms: the timeout is truncated to whole seconds (0.5 gives 0, so
-    // the timer fires at once) and a child still running then is terminated.
+    // the timer fires at once) and a child still running then is terminated
+    // (SIGTERM, then SIGKILL after the grace below). A timer that fires before
+    // the child is started terminates it as soon as it starts. The status of a
+    // terminated child is the signal's number.
     static void runTask(const QString& path, const QStringList& arguments, double timeout);
     static int terminationCodeFromTask(const QString& path, const QStringList& arguments,
                                        double timeout);
