@@ -81,7 +81,19 @@ private:
             error = QStringLiteral("a string holds a character that XML cannot carry");
             return false;
         }
-        m_xml.writeTextElement(element, content);
+        if (!content.contains(u'\r')) {
+            m_xml.writeTextElement(element, content);
+            return true;
+        }
+        // A raw carriage return would come back as a newline (XML normalises line ends), so it
+        // goes out as a character reference.
+        m_xml.writeStartElement(element);
+        const QStringList parts = content.split(u'\r');
+        for (qsizetype i = 0; i < parts.size(); ++i) {
+            if (i > 0) m_xml.writeEntityReference(QStringLiteral("#13"));
+            if (!parts[i].isEmpty()) m_xml.writeCharacters(parts[i]);
+        }
+        m_xml.writeEndElement();
         return true;
     }
 

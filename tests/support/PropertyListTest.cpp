@@ -30,6 +30,7 @@ QVariantMap sample() {
     return {
         {QStringLiteral("name"), QStringLiteral("Ünïcødé 日本 🎞 <&> \"'")},
         {QStringLiteral("empty"), QString()},
+        {QStringLiteral("line\rends"), QStringLiteral(" a\rb\r\nc\td \n")},
         {QStringLiteral("negative"), qlonglong(-42)},
         {QStringLiteral("min"), std::numeric_limits<qlonglong>::min()},
         {QStringLiteral("max"), std::numeric_limits<qlonglong>::max()},

@@ -105,6 +105,20 @@ TEST_F(QXLogTest, linesBeforeAnyNewLogAppendToAnExistingFileOrGoToTheConsole) {
     EXPECT_EQ(bodies(text), QStringList{QStringLiteral("appended")});
 }
 
+TEST_F(QXLogTest, aFailedWriteIsReportedAndTheNextLineOpensAgain) {
+    QDir().mkpath(QXLog::logFolder());
+    ASSERT_TRUE(QFile::link(QStringLiteral("/dev/full"), logPath(1)));
+    QXLog::appendLog(QStringLiteral("x"));
+    QXLog::appendLog(QStringLiteral("y"));
+    const QStringList lines = console.lines();
+    ASSERT_EQ(lines.size(), 2);
+    for (const QString& line : lines)
+        EXPECT_TRUE(line.startsWith(QStringLiteral("Exception writing to log: ")))
+            << qPrintable(line);
+    // A line that failed this way stays counted as pending.
+    EXPECT_EQ(QXLog::sharedController().bytesInQueue(), 2u);
+}
+
 TEST_F(QXLogTest, appendAndPrintAlsoGoesToTheConsole) {
     QXLog::createNewLog();
     QXLog::appendLogAndPrint(QStringLiteral(" missing path /x \n"));
