@@ -242,22 +242,4 @@ TEST_F(QXAuthorizationTest, trashingAFolderAttemptsEveryEntry) {
     EXPECT_EQ(fake->calls.last().arguments.last(), tree(QStringLiteral("g/b")));
 }
 
-TEST_F(QXAuthorizationTest, theSystemMechanismFailsCleanlyWithoutItsTools) {
-    QXSystemPrivilegeMechanism system;
-    EXPECT_EQ(system.execute(QStringLiteral("/bin/true"), {}, true), -1); // no rights yet
-    const QStringList sudo =
-        QXSystemPrivilegeMechanism::sudoCommand(QStringLiteral("/bin/mv"), {QStringLiteral("-f")});
-    EXPECT_EQ(sudo.mid(1),
-              (QStringList{QStringLiteral("-S"), QStringLiteral("-p"), QString(),
-                           QStringLiteral("--"), QStringLiteral("/bin/mv"), QStringLiteral("-f")}));
-    if (QXSystemPrivilegeMechanism::pkexecCommand(QStringLiteral("/bin/true"), {})
-            .first()
-            .isEmpty())
-        EXPECT_GT(system.obtainInteractively(QXAuthorization::rightName()), 0);
-    if (sudo.first().isEmpty())
-        EXPECT_GT(system.obtainWithCredentials(QXAuthorization::rightName(), QStringLiteral("x"),
-                                               QStringLiteral("y")),
-                  0);
-}
-
 } // namespace

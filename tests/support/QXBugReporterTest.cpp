@@ -207,15 +207,6 @@ TEST_F(QXBugReporterTest, aRecordInAUsersHomeIsGivenBackToThatUser) {
     EXPECT_EQ(ownerOf(elsewhere), 0u);
 }
 
-TEST_F(QXBugReporterTest, theBugReporterIsFoundOnThePath) {
-    const QString fake = tree.file(QStringLiteral("bin/seqmate-bugreporter"), "#!/bin/sh\n");
-    QFile::setPermissions(fake, QFile::ReadOwner | QFile::ExeOwner);
-    const QByteArray oldPath = qgetenv("PATH");
-    qputenv("PATH", QFile::encodeName(tree(QStringLiteral("bin"))));
-    EXPECT_EQ(QXBugReporter::bugReporterProgram(), fake);
-    qputenv("PATH", oldPath);
-}
-
 TEST_F(QXBugReporterTest, theBugReporterShowsTheReportAndKeepsCopiesWithoutOverwriting) {
     const QString program = QStringLiteral(SEQMATE_BUGREPORTER_PATH);
     const QString crash =

@@ -72,15 +72,6 @@ TEST_F(QXFileManagerTest, validateFilenameAndFormatFileSize) {
         EXPECT_EQ(QXFileManager::formatFileSize(s.bytes), QString::fromUtf8(s.text)) << s.bytes;
 }
 
-TEST_F(QXFileManagerTest, pathPieces) {
-    EXPECT_EQ(QXFileManager::pathExtension(QStringLiteral("/a/clip.mov")), QStringLiteral("mov"));
-    EXPECT_EQ(QXFileManager::pathExtension(QStringLiteral("/a/.profile")), QString());
-    EXPECT_EQ(QXFileManager::pathExtension(QStringLiteral("/a.b/notes")), QString());
-    EXPECT_EQ(QXFileManager::deletingPathExtension(QStringLiteral("/a/x.tar.gz")),
-              QStringLiteral("/a/x.tar"));
-    EXPECT_EQ(QXFileManager::lastPathComponent(QStringLiteral("/a/b/")), QStringLiteral("b"));
-}
-
 TEST_F(QXFileManagerTest, aCaseOnlyRenameKeepsTheContentAndLeavesNothingBehind) {
     tree.file(QStringLiteral("x/Clip.mov"), "frames");
     ASSERT_TRUE(QXFileManager::moveFile(tree(QStringLiteral("x/Clip.mov")),

@@ -183,16 +183,6 @@ TEST_F(QXTaskTest, aChildThatIgnoresTerminationIsKilledAfterItsGrace) {
     EXPECT_LT(clock.elapsed(), 2500);
 }
 
-TEST_F(QXTaskTest, timedCallsWorkFromAnyThreadWithoutAnEventLoop) {
-    std::atomic<int> code{-2};
-    std::thread worker([&] {
-        code = QXTask::terminationCodeFromTask(QStringLiteral("/bin/sleep"), {QStringLiteral("20")},
-                                               0.0);
-    });
-    worker.join();
-    EXPECT_EQ(code.load(), SIGTERM);
-}
-
 // Collects a background run's deliveries and waits for the final empty one.
 struct Collector {
     std::mutex mutex;
