@@ -25,7 +25,7 @@ double median(std::vector<double> v) {
 void buildTree(const QString& root, int folders, int frames) {
     for (int f = 0; f < folders; ++f) {
         const std::string dir =
-            (root + QStringLiteral("/shot%1").arg(f, 3, 10, QLatin1Char('0'))).toStdString();
+            QString(root + QStringLiteral("/shot%1").arg(f, 3, 10, QLatin1Char('0'))).toStdString();
         std::filesystem::create_directories(dir);
         for (int i = 1; i <= frames; ++i) {
             char name[64];

@@ -139,6 +139,12 @@ int main(int argc, char** argv) {
             whole.push_back(timeMs([&] { doc.generatePreviewsOnThread(); }));
         }
         const long rssGrowth = maxRssKb() - rssBefore;
+        if (qEnvironmentVariableIsSet("SEQMATE_BENCH_DETAIL")) {
+            std::printf("  conflicts %.1f ms, frame order %.1f ms, list copy %.1f ms\n",
+                        timeMs([&] { doc.checkForConflicts(); }),
+                        timeMs([&] { (void)doc.sortFilesByFrameOrder(); }),
+                        timeMs([&] { (void)doc.fileArray(); }));
+        }
         std::printf("%-32s %12.1f %12.1f %8.2f %13.0f B\n", c.name, median(whole), median(base),
                     median(whole) / median(base), rssGrowth * 1024.0 / double(items.size()));
     }

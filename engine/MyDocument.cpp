@@ -406,20 +406,28 @@ FileList MyDocument::sortFilesByPreviewFilename() const {
 
 FileList MyDocument::sortFilesByFrameOrder() const {
     const FileList files = fileArray();
+    // Numeric keys read once: negative numbers (signed) order before all others.
     struct Key {
-        QVariant frame;
+        bool has;
+        bool negative;
+        quint64 value;
         qsizetype index;
     };
     std::vector<Key> keys;
     keys.reserve(static_cast<size_t>(files.size()));
-    for (qsizetype i = 0; i < files.size(); ++i)
-        keys.push_back({files[i]->frameNumber(), i});
+    for (qsizetype i = 0; i < files.size(); ++i) {
+        const QVariant f = files[i]->frameNumber();
+        const bool negative =
+            !f.isNull() && FrameValue::toSigned(f) < 0 && f.typeId() != QMetaType::ULongLong;
+        keys.push_back({!f.isNull(), negative, FrameValue::toUnsigned(f), i});
+    }
     // frameNumberCompare: an item without a number orders the same as any
     // numbered one, while anything orders after an unnumbered other.
     std::stable_sort(keys.begin(), keys.end(), [](const Key& a, const Key& b) {
-        if (b.frame.isNull()) return false;
-        if (a.frame.isNull()) return false;
-        return FrameValue::compare(a.frame, b.frame) < 0;
+        if (!b.has || !a.has) return false;
+        if (a.negative != b.negative) return a.negative;
+        return a.negative ? static_cast<qint64>(a.value) < static_cast<qint64>(b.value)
+                          : a.value < b.value;
     });
     FileList out;
     out.reserve(files.size());

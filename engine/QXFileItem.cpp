@@ -128,6 +128,16 @@ QString QXFileItem::abbreviateTilde(const QString& path) {
     return path;
 }
 
+// One shared string per separator character, so parsing allocates none.
+static const QString& separatorString(QChar c) {
+    static const QString strings[] = {
+        QStringLiteral("#"), QStringLiteral("("), QStringLiteral(")"), QStringLiteral("-"),
+        QStringLiteral("."), QStringLiteral("<"), QStringLiteral(">"), QStringLiteral("["),
+        QStringLiteral("]"), QStringLiteral("_"), QStringLiteral("{"), QStringLiteral("}")};
+    const qsizetype i = QXFileItem::separatorCharacters().indexOf(c);
+    return strings[i < 0 ? 4 : i];
+}
+
 ComponentList QXFileItem::parseName(const QString& name, quint32* padding) {
     const QString last = lastPathComponent(name);
     const QString ext = pathExtension(last);
@@ -143,7 +153,7 @@ ComponentList QXFileItem::parseName(const QString& name, quint32* padding) {
         // A token before a separator is always text, even when it is all
         // digits: only the last token of the base name can be a frame number.
         list.append(NameComponent::filename(base.mid(start, i - start).toString()));
-        list.append(NameComponent::separator(c));
+        list.append(NameComponent::separator(separatorString(c)));
         start = i + 1;
     }
     if (start < base.size()) {
@@ -157,7 +167,7 @@ ComponentList QXFileItem::parseName(const QString& name, quint32* padding) {
         }
     }
     if (!ext.isEmpty()) {
-        list.append(NameComponent::separator(u'.'));
+        list.append(NameComponent::separator(separatorString(u'.')));
         list.append(NameComponent::extension(ext));
     }
     return list;
@@ -219,23 +229,34 @@ FileItemPtr QXFileItem::fileItemWithFile(const QString& path) {
     return item;
 }
 
-quint32 QXFileItem::framePadding(QStringView name) {
-    qsizetype end = name.size();
+// Finds the frame number of a name as parsing would: the last token of the
+// base name, when it is a lossless run of decimal digits. No allocation.
+static bool lastFrameToken(QStringView name, qsizetype* start, qsizetype* end, qint64* value) {
+    qsizetype e = name.size();
     const qsizetype dot = name.lastIndexOf(u'.');
-    if (dot > 0 && dot < name.size() - 1) end = dot; // drop the extension
-    qsizetype start = end;
-    while (start > 0 && !isSeparator(name[start - 1]))
-        --start;
-    if (start == end) return 0;
-    qint64 value = 0;
-    for (qsizetype i = start; i < end; ++i) {
+    if (dot > 0 && dot < name.size() - 1) e = dot; // drop the extension
+    qsizetype b = e;
+    while (b > 0 && !QXFileItem::isSeparator(name[b - 1]))
+        --b;
+    if (b == e) return false;
+    qint64 v = 0;
+    for (qsizetype i = b; i < e; ++i) {
         const ushort u = name[i].unicode();
-        if (u < '0' || u > '9') return 0;
+        if (u < '0' || u > '9') return false;
         const int d = u - '0';
-        if (value > (std::numeric_limits<qint64>::max() - d) / 10) return 0;
-        value = value * 10 + d;
+        if (v > (std::numeric_limits<qint64>::max() - d) / 10) return false;
+        v = v * 10 + d;
     }
-    return static_cast<quint32>(end - start);
+    *start = b;
+    *end = e;
+    *value = v;
+    return true;
+}
+
+quint32 QXFileItem::framePadding(QStringView name) {
+    qsizetype start = 0, end = 0;
+    qint64 value = 0;
+    return lastFrameToken(name, &start, &end, &value) ? static_cast<quint32>(end - start) : 0;
 }
 
 FileItemPtr QXFileItem::fileItemInFolder(const QString& folder, const QString& name) {
@@ -354,7 +375,14 @@ void QXFileItem::generateComponentsFromFile(const QString& path) {
 }
 
 QVariant QXFileItem::frameNumber() const {
-    return firstFrameNumber(components());
+    Guard g(this);
+    if (!m_hasComponents) { // the parse of the name, without building it
+        qsizetype start = 0, end = 0;
+        qint64 value = 0;
+        if (!lastFrameToken(m_fileName, &start, &end, &value)) return QVariant();
+        return QVariant::fromValue<qlonglong>(value);
+    }
+    return firstFrameNumber(m_components);
 }
 
 void QXFileItem::setFrameNumber(const QVariant& number) {
@@ -400,14 +428,22 @@ void QXFileItem::setFrameNumber(const QVariant& number) {
 }
 
 QString QXFileItem::paddedFrameNumber() const {
+    const QVariant frame = frameNumber();
     Guard g(this);
-    return padded(firstFrameNumber(componentsLocked()), m_padding);
+    return padded(frame, m_padding);
 }
 
 QString QXFileItem::proposedFileName() const {
     Guard g(this);
-    if (!m_hasComponents) return buildName(parseName(m_fileName), m_padding);
-    return buildName(m_components, m_padding);
+    if (m_hasComponents) return buildName(m_components, m_padding);
+    // The name rebuilt from its own parse differs only in the frame number's
+    // padding, so only that token is rewritten.
+    qsizetype start = 0, end = 0;
+    qint64 value = 0;
+    if (!lastFrameToken(m_fileName, &start, &end, &value)) return m_fileName;
+    return QStringView(m_fileName).left(start) +
+           padded(QVariant::fromValue<qlonglong>(value), m_padding) +
+           QStringView(m_fileName).mid(end);
 }
 
 void QXFileItem::synchronize() {

@@ -238,21 +238,47 @@ void MyDocument::generatePreviewsOnThread() {
 }
 
 void MyDocument::checkForConflicts() {
-    const FileList sorted = sortFilesByPreviewFilename();
+    // Neighbours after a case-sensitive stable sort by preview name are
+    // compared by full path; flags are set here, never cleared. Neighbours
+    // with the same name are consecutive same-name items in list order, and
+    // with equal names equal paths mean equal folders: one hash look-up per
+    // item finds the same pairs as the sort. Different names cannot share a
+    // path unless a name holds a "/"; then the sort is done for real.
+    const FileList files = fileArray();
+    QList<FileItemPtr> previews;
+    previews.reserve(files.size());
+    for (const FileItemPtr& f : files)
+        previews.append(f->previewObject());
     bool any = false;
-    FileItemPtr previous = sorted.isEmpty() ? nullptr : sorted.first()->previewObject();
-    QString previousPath = previous ? previous->fullPath() : QString();
-    for (qsizetype k = 1; k < sorted.size(); ++k) {
-        const FileItemPtr current = sorted[k]->previewObject();
-        const QString currentPath = current ? current->fullPath() : QString();
-        // Neighbours only, compared exactly; flags are set here, never cleared.
-        if (previous && current && currentPath == previousPath) {
-            previous->setIsConflicting(true);
-            current->setIsConflicting(true);
-            any = true;
+    auto flag = [&any](const FileItemPtr& a, const FileItemPtr& b) {
+        a->setIsConflicting(true);
+        b->setIsConflicting(true);
+        any = true;
+    };
+
+    QHash<QString, qsizetype> lastWithName;
+    lastWithName.reserve(files.size());
+    bool slashInName = false;
+    for (qsizetype i = 0; i < previews.size() && !slashInName; ++i) {
+        if (!previews[i]) continue;
+        const QString name = previews[i]->fileName();
+        slashInName = name.contains(u'/');
+        auto it = lastWithName.find(name);
+        if (it == lastWithName.end()) {
+            lastWithName.insert(name, i);
+            continue;
         }
-        previous = current;
-        previousPath = currentPath;
+        if (previews[it.value()]->containerDir() == previews[i]->containerDir())
+            flag(previews[it.value()], previews[i]);
+        it.value() = i;
+    }
+    if (slashInName) {
+        const FileList sorted = sortFilesByPreviewFilename();
+        for (qsizetype k = 1; k < sorted.size(); ++k) {
+            const FileItemPtr a = sorted[k - 1]->previewObject();
+            const FileItemPtr b = sorted[k]->previewObject();
+            if (a && b && a->fullPath() == b->fullPath()) flag(a, b);
+        }
     }
     if (any) view().reloadTable(true);
 }

@@ -98,15 +98,16 @@ TEST(MyDocumentList, LinkLoopsEndAndInvalidNamesAreLogged) {
                         t(QStringLiteral("loop/back")).toUtf8().constData()),
               0);
     const QByteArray bad = QFile::encodeName(t(QStringLiteral("loop/"))) + "bad\xff.txt";
-    QFile badFile(QString::fromUtf8(bad));
     FILE* f = std::fopen(bad.constData(), "w");
     ASSERT_TRUE(f);
     std::fclose(f);
     const QString long255 = QString(251, u'x') + QStringLiteral(".txt");
     t.file(QStringLiteral("loop/") + long255);
 
+    QXLog::createNewLog(QStringLiteral("Seqmate"));
     MyDocument doc;
     doc.addFileToList(t(QStringLiteral("loop")));
+    ::unlink(bad.constData()); // a name the temporary folder cannot remove by itself
     QStringList got = names(doc.fileArray());
     got.sort();
     EXPECT_EQ(got, QStringList({QStringLiteral("a.txt"), long255}));
@@ -120,6 +121,7 @@ TEST(MyDocumentList, LinkLoopsEndAndInvalidNamesAreLogged) {
 
 TEST(MyDocumentList, AddItemsOnThreadReportsTheListTotal) {
     TempTree t;
+    QXLog::createNewLog(QStringLiteral("Seqmate"));
     RecordingView view;
     MyDocument doc(&view);
     doc.addItemsOnThread({t.file(QStringLiteral("a.txt")), t.file(QStringLiteral("b.txt"))});

@@ -61,8 +61,10 @@ INSTANTIATE_TEST_SUITE_P(
         // Digits of another script are decimal digits but are kept as text.
         ParseCase{"s.\xd9\xa1\xd9\xa2.exr",
                   "Fil:s|Sep:.|Fil:\xd9\xa1\xd9\xa2|Sep:.|File Extension:exr", 0},
-        ParseCase{"{a}[b]<c>#d",
-                  "Fil:|Sep:{|Fil:a|Sep:}|Sep:[|Fil:b|Sep:]|Sep:<|Fil:c|Sep:>|Sep:#|Fil:d", 0}));
+        ParseCase{
+            "{a}[b]<c>#d",
+            "Fil:|Sep:{|Fil:a|Sep:}|Fil:|Sep:[|Fil:b|Sep:]|Fil:|Sep:<|Fil:c|Sep:>|Fil:|Sep:#|Fil:d",
+            0}));
 
 TEST(QXFileItem, TypedValueOnlyTakesLosslessNumbers) {
     EXPECT_EQ(QXFileItem::typedValue(QStringLiteral("0001")).typeId(), QMetaType::LongLong);
