@@ -1,4 +1,5 @@
 #include "MyDocument.h"
+#include "QXLocalPaths.h"
 #include "QXLog.h"
 #include "RecordingView.h"
 #include "TempTree.h"
@@ -10,11 +11,24 @@
 #include <unistd.h>
 
 namespace {
-class LogFixture : public ::testing::Environment {
+// A fresh log in the private home: as an ordinary user, so that it does not
+// go to the machine-wide folder the super-user writes to.
+class FreshLog {
 public:
-    void SetUp() override { QXLog::createNewLog(QStringLiteral("Seqmate")); }
+    FreshLog() {
+        QXLocalPaths::setUserIdForTesting(1000);
+        QXLog::createNewLog(QStringLiteral("Seqmate"));
+    }
+    ~FreshLog() {
+        QXLog::finishWriting();
+        QXLocalPaths::setUserIdForTesting(std::nullopt);
+    }
+    QString text() const {
+        QXLog::finishWriting();
+        QFile f(QXLog::currentLogPath());
+        return f.open(QIODevice::ReadOnly) ? QString::fromUtf8(f.readAll()) : QString();
+    }
 };
-const auto* const kLog = ::testing::AddGlobalTestEnvironment(new LogFixture);
 
 QStringList names(const FileList& files) {
     QStringList out;
@@ -104,24 +118,21 @@ TEST(MyDocumentList, LinkLoopsEndAndInvalidNamesAreLogged) {
     const QString long255 = QString(251, u'x') + QStringLiteral(".txt");
     t.file(QStringLiteral("loop/") + long255);
 
-    QXLog::createNewLog(QStringLiteral("Seqmate"));
+    FreshLog log;
     MyDocument doc;
     doc.addFileToList(t(QStringLiteral("loop")));
     ::unlink(bad.constData()); // a name the temporary folder cannot remove by itself
     QStringList got = names(doc.fileArray());
     got.sort();
     EXPECT_EQ(got, QStringList({QStringLiteral("a.txt"), long255}));
-    QXLog::finishWriting();
-    QFile log(QXLog::currentLogPath());
-    ASSERT_TRUE(log.open(QIODevice::ReadOnly));
-    const QString text = QString::fromUtf8(log.readAll());
+    const QString text = log.text();
     EXPECT_TRUE(text.contains(QStringLiteral("the name is not valid UTF-8")));
     EXPECT_TRUE(text.contains(QStringLiteral("leads back into a folder being added")));
 }
 
 TEST(MyDocumentList, AddItemsOnThreadReportsTheListTotal) {
     TempTree t;
-    QXLog::createNewLog(QStringLiteral("Seqmate"));
+    FreshLog log;
     RecordingView view;
     MyDocument doc(&view);
     doc.addItemsOnThread({t.file(QStringLiteral("a.txt")), t.file(QStringLiteral("b.txt"))});
@@ -131,11 +142,7 @@ TEST(MyDocumentList, AddItemsOnThreadReportsTheListTotal) {
     EXPECT_TRUE(view.renameEnabled);
     EXPECT_EQ(view.spinnerEvents.mid(0, 2),
               QStringList({QStringLiteral("add:start"), QStringLiteral("add:stop")}));
-    QXLog::finishWriting();
-    const QString text = QString::fromUtf8([] {
-        QFile f(QXLog::currentLogPath());
-        return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
-    }());
+    const QString text = log.text();
     EXPECT_TRUE(text.contains(QStringLiteral(" - 2 item(s) added")));
     EXPECT_TRUE(
         text.contains(QStringLiteral(" - 3 item(s) added"))); // the total, not the one added
