@@ -1,4 +1,5 @@
 #include "TaskTestSupport.h"
+#include "TempTree.h"
 
 #include <string>
 #include <unicode/uloc.h>
@@ -74,13 +75,19 @@ TEST_F(CaseTasks, CaseMappingIgnoresTheDefaultLocale) {
     EXPECT_EQ(lowerNames, QStringList{u"image.tif"_s});
 }
 
-TEST_F(CaseTasks, LowercaseExtensionWalksTheWholeListNotTheBatch) {
-    TaskDoc t({u"a.JPG"_s, u"b.TIF"_s});
-    EXPECT_TRUE(t.preview(lowerExt, {}, FileList{t.files.first()}));
-    EXPECT_EQ(t.previews(), QStringList({u"a.jpg"_s, u"b.tif"_s}));
-    EXPECT_TRUE(t.preview(upperExt, {}, FileList{t.files.first()})); // keeps to its batch
-    EXPECT_EQ(t.previews(), QStringList({u"a.JPG"_s, u"b.tif"_s}));
-    EXPECT_EQ(t.view.reloadsPosted, 2);
+TEST_F(CaseTasks, LowercaseExtensionCommitWalksTheWholeList) {
+    TempTree tree;
+    RecordingView view;
+    MyDocument doc(&view);
+    const FileList files = {QXFileItem::fileItemWithFile(tree.file(u"a.JPG"_s)),
+                            QXFileItem::fileItemWithFile(tree.file(u"b.TIF"_s))};
+    doc.setFileArray(files);
+    // Previewing keeps to the batch it is handed; committing ignores it.
+    EXPECT_TRUE(doc.processLowercaseFileExtension({{u"preview"_s, true}}, {files[0]}));
+    EXPECT_EQ(files[1]->previewObject()->fileName(), u"b.TIF"_s);
+    EXPECT_TRUE(doc.processLowercaseFileExtension({}, {files[0]}));
+    EXPECT_EQ(tree.list(), QStringList({u"a.jpg"_s, u"b.tif"_s}));
+    EXPECT_EQ(view.reloadsPosted, 2);
 }
 
 } // namespace
