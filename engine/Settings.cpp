@@ -36,12 +36,12 @@ qint64 leadingInteger(const QString& text) {
 qint64 SettingsForm::fieldIntegerValue(const QString& outlet) const {
     // A frame field that shows a saved negative value as its unsigned bits
     // (18446744073709551613) reads back as that negative value (-3).
-    const QString text = fieldText(outlet).trimmed();
+    const QString shown = fieldText(outlet).trimmed();
     bool ok = false;
-    const quint64 wide = text.toULongLong(&ok);
+    const quint64 wide = shown.toULongLong(&ok);
     if (ok && wide > static_cast<quint64>(std::numeric_limits<qint64>::max()))
         return static_cast<qint64>(wide);
-    return leadingInteger(text);
+    return leadingInteger(shown);
 }
 
 SettingsForm MyDocument::settingsForm() const {
