@@ -17,7 +17,9 @@ public:
     static void appendLog(const QString& message);
     // As appendLog, and also prints the message to the console.
     static void appendLogAndPrint(const QString& message);
-    // Blocks until every queued message is written.
+    // Blocks until every message queued before the call is written. On the writer thread itself
+    // (the restart past 500KB calls createNewLog there) it returns at once: the running write is
+    // the caller, and the lines behind it are written after it, into the new file.
     static void finishWriting();
 
     // The base name of the files: the stored name, else the executable's name.
