@@ -10,8 +10,8 @@ QXException::QXException(QString name, QString reason)
       m_what((m_name + QStringLiteral(" - ") + m_reason).toUtf8()) {}
 
 void QXException::logException(const QString& name, const QString& reason, const char* method) {
-    const QString line = QStringLiteral("Exception in %1. %2 - %3.")
-                             .arg(QString::fromUtf8(method), name, reason);
+    const QString line =
+        QStringLiteral("Exception in %1. %2 - %3.").arg(QString::fromUtf8(method), name, reason);
     QXLog::appendLog(line);
     QXConsole::print(line);
 }

@@ -67,8 +67,9 @@ TEST(Cli, PreviewTableAndJson) {
 TEST(Cli, SettingsByKeyAndFormat) {
     TempTree t;
     frames(t);
-    const CliRun pad = cli({QStringLiteral("-t"), QStringLiteral("pad"), QStringLiteral("-s"),
-                         QStringLiteral("padLength=6"), t(QStringLiteral("plates/Shot.0009.EXR"))});
+    const CliRun pad =
+        cli({QStringLiteral("-t"), QStringLiteral("pad"), QStringLiteral("-s"),
+             QStringLiteral("padLength=6"), t(QStringLiteral("plates/Shot.0009.EXR"))});
     EXPECT_TRUE(pad.out.contains(QStringLiteral("-> Shot.000009.EXR"))) << pad.out.toStdString();
 
     const CliRun regex =
@@ -103,8 +104,8 @@ TEST(Cli, BatchFilesSaveAndReopen) {
     frames(t);
     const QString batch = t(QStringLiteral("b.sqb"));
     const CliRun save = cli({QStringLiteral("-t"), QStringLiteral("offset"), QStringLiteral("-s"),
-                          QStringLiteral("offset=-1"), QStringLiteral("--save"), batch,
-                          t(QStringLiteral("plates/Shot.0002.EXR"))});
+                             QStringLiteral("offset=-1"), QStringLiteral("--save"), batch,
+                             t(QStringLiteral("plates/Shot.0002.EXR"))});
     ASSERT_EQ(save.status, 0) << save.err.toStdString();
     EXPECT_TRUE(
         t.read(QStringLiteral("b.sqb")).contains("<integer>18446744073709551615</integer>"));
@@ -118,7 +119,7 @@ TEST(Cli, KeepFoldersAndFullPaths) {
     TempTree t;
     frames(t);
     const CliRun r = cli({QStringLiteral("--keep-folders"), QStringLiteral("--full-paths"),
-                       t(QStringLiteral("plates"))});
+                          t(QStringLiteral("plates"))});
     ASSERT_EQ(r.status, 0);
     EXPECT_TRUE(r.out.contains(QStringLiteral("(folder)")));
     EXPECT_TRUE(r.out.contains(QStringLiteral("1 item(s)")));
