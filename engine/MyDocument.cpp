@@ -378,6 +378,18 @@ void MyDocument::remove(const QList<int>& rows) {
     generatePreviews();
 }
 
+// Sorts keys read once per item (each with the item's index) and returns the
+// items in that order; stable, so the platform's sort order of ties is kept.
+template <class Key, class Less>
+static FileList stableSortedByKeys(const FileList& files, std::vector<Key>& keys, Less less) {
+    std::stable_sort(keys.begin(), keys.end(), less);
+    FileList out;
+    out.reserve(files.size());
+    for (const Key& k : keys)
+        out.append(files[k.index]);
+    return out;
+}
+
 FileList MyDocument::sortFilesByPreviewFilename() const {
     const FileList files = fileArray();
     struct Key {
@@ -392,16 +404,11 @@ FileList MyDocument::sortFilesByPreviewFilename() const {
         keys.push_back({p ? p->fileName() : QString(), p != nullptr, i});
     }
     // The comparator of previewFilenameCompare on precomputed names.
-    std::stable_sort(keys.begin(), keys.end(), [](const Key& a, const Key& b) {
+    return stableSortedByKeys(files, keys, [](const Key& a, const Key& b) {
         if (!a.hasPreview) return false;
         if (!b.hasPreview) return false;
         return QString::compare(a.name, b.name, Qt::CaseSensitive) < 0;
     });
-    FileList out;
-    out.reserve(files.size());
-    for (const Key& k : keys)
-        out.append(files[k.index]);
-    return out;
 }
 
 FileList MyDocument::sortFilesByFrameOrder() const {
@@ -423,17 +430,12 @@ FileList MyDocument::sortFilesByFrameOrder() const {
     }
     // frameNumberCompare: an item without a number orders the same as any
     // numbered one, while anything orders after an unnumbered other.
-    std::stable_sort(keys.begin(), keys.end(), [](const Key& a, const Key& b) {
+    return stableSortedByKeys(files, keys, [](const Key& a, const Key& b) {
         if (!b.has || !a.has) return false;
         if (a.negative != b.negative) return a.negative;
         return a.negative ? static_cast<qint64>(a.value) < static_cast<qint64>(b.value)
                           : a.value < b.value;
     });
-    FileList out;
-    out.reserve(files.size());
-    for (const Key& k : keys)
-        out.append(files[k.index]);
-    return out;
 }
 
 std::optional<FileList> MyDocument::reverseArray(const FileList& files) {
