@@ -17,11 +17,11 @@ public:
         QStringList arguments;
         bool wait;
     };
-
-    int interactiveAnswer = 0;
-    int credentialsAnswer = 0;
-    int executeAnswer = 0;
+    int interactiveAnswer = 0, credentialsAnswer = 0, executeAnswer = 0;
     bool runForReal = false;
+    QStringList rightsAsked, credentials;
+    QList<Call> calls;
+    int releases = 0;
 
     int obtainInteractively(const QString& right) override {
         QMutexLocker lock(&m_mutex);
@@ -48,17 +48,12 @@ public:
         ++releases;
     }
 
-    QStringList rightsAsked;
-    QStringList credentials;
-    QList<Call> calls;
-    int releases = 0;
-
 private:
     QMutex m_mutex;
 };
 
-// Runs a test as an ordinary user (id 1000) with the fake mechanism in place,
-// and puts everything back afterwards.
+// Runs a test as an ordinary user (id 1000, or the given one) with the fake
+// mechanism in place, and puts everything back afterwards.
 class AsOrdinaryUser {
 public:
     explicit AsOrdinaryUser(std::shared_ptr<FakePrivilegeMechanism> fake, bool gui = true,
@@ -68,7 +63,6 @@ public:
         QXAuthorization::sharedController().resetForTesting(gui);
     }
     ~AsOrdinaryUser() {
-        QXAuthorization::sharedController().resetForTesting(true);
         QXAuthorization::sharedController().setMechanism(nullptr);
         QXLocalPaths::setUserIdForTesting(std::nullopt);
         QXAuthorization::sharedController().resetForTesting(true);

@@ -2,7 +2,6 @@
 #include "TempTree.h"
 
 #include <QDateTime>
-#include <QFile>
 #include <QRandomGenerator>
 #include <QTimeZone>
 #include <gtest/gtest.h>
@@ -12,146 +11,114 @@
 #include <cstdlib>
 #include <limits>
 
+using namespace Qt::StringLiterals;
+
 namespace {
 
 QVariant parse(const QByteArray& data, QString* error = nullptr) {
     return PropertyList::fromData(data, error);
 }
 
-QByteArray wrap(const char* body) {
-    return QByteArray("<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<plist version=\"1.0\">") +
-           body + "</plist>";
+QByteArray wrap(const QByteArray& body) {
+    return "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<plist version=\"1.0\">" + body +
+           "</plist>";
 }
+
+constexpr qulonglong kBig = 18446744073709551613ull; // above the signed range
 
 QVariantMap sample() {
     QByteArray bytes;
     for (int i = 0; i < 256; ++i)
         bytes.append(static_cast<char>(i));
     return {
-        {QStringLiteral("name"), QStringLiteral("Ünïcødé 日本 🎞 <&> \"'")},
-        {QStringLiteral("empty"), QString()},
-        {QStringLiteral("line\rends"), QStringLiteral(" a\rb\r\nc\td \n")},
-        {QStringLiteral("negative"), qlonglong(-42)},
-        {QStringLiteral("min"), std::numeric_limits<qlonglong>::min()},
-        {QStringLiteral("max"), std::numeric_limits<qlonglong>::max()},
-        {QStringLiteral("unsigned"), qulonglong(18446744073709551613ull)},
-        {QStringLiteral("ratio"), 0.1},
-        {QStringLiteral("flags"), QVariantList{true, false}},
-        {QStringLiteral("when"),
-         QDateTime(QDate(2011, 3, 24), QTime(10, 45, 32), QTimeZone::utc())},
-        {QStringLiteral("bytes"), bytes},
-        {QStringLiteral("nested"),
-         QVariantList{QVariantMap{{QStringLiteral("deep"), QVariantList{QVariantList{}}}},
-                      QVariantMap{}}},
+        {u"name"_s, u"Ünïcødé 日本 🎞 <&> \"'"_s},
+        {u"empty"_s, QString()},
+        {u"line\rends"_s, u" a\rb\r\nc\td \n"_s},
+        {u"negative"_s, qlonglong(-42)},
+        {u"min"_s, std::numeric_limits<qlonglong>::min()},
+        {u"max"_s, std::numeric_limits<qlonglong>::max()},
+        {u"unsigned"_s, kBig},
+        {u"ratio"_s, 0.1},
+        {u"flags"_s, QVariantList{true, false}},
+        {u"when"_s, QDateTime(QDate(2011, 3, 24), QTime(10, 45, 32), QTimeZone::utc())},
+        {u"bytes"_s, bytes},
+        {u"nested"_s,
+         QVariantList{QVariantMap{{u"deep"_s, QVariantList{QVariantList{}}}}, QVariantMap{}}},
     };
 }
 
-TEST(PropertyListTest, roundTripKeepsValuesAndTypes) {
+// Flips random bytes from the given offset on; parsing must return, whatever it returns.
+void fuzz(const QByteArray& good, int rounds, int flips, int from = 0) {
+    auto* random = QRandomGenerator::global();
+    for (int round = 0; round < rounds; ++round) {
+        QByteArray bad = good;
+        for (int k = 0; k < flips; ++k)
+            bad[from + random->bounded(int(bad.size()) - from)] = char(random->bounded(256));
+        parse(bad);
+    }
+}
+
+TEST(PropertyListTest, roundTripKeepsValuesAndTypesInTheStandardXmlForm) {
     TempTree tree;
-    const QString path = tree(QStringLiteral("s.plist"));
+    const QString path = tree(u"s.plist"_s);
     ASSERT_TRUE(PropertyList::writeFile(path, sample()));
     QString error;
     const QVariantMap back = PropertyList::readFile(path, &error).toMap();
     EXPECT_TRUE(error.isEmpty()) << qPrintable(error);
     EXPECT_EQ(back, sample());
-    EXPECT_EQ(back.value(QStringLiteral("unsigned")).typeId(), QMetaType::ULongLong);
-    EXPECT_EQ(back.value(QStringLiteral("max")).typeId(), QMetaType::LongLong);
-    EXPECT_EQ(back.value(QStringLiteral("negative")).typeId(), QMetaType::LongLong);
-    EXPECT_EQ(back.value(QStringLiteral("ratio")).toDouble(), 0.1);
-}
+    EXPECT_EQ(back.value(u"unsigned"_s).typeId(), QMetaType::ULongLong);
+    EXPECT_EQ(back.value(u"max"_s).typeId(), QMetaType::LongLong);
+    EXPECT_EQ(back.value(u"negative"_s).typeId(), QMetaType::LongLong);
+    EXPECT_EQ(back.value(u"ratio"_s).toDouble(), 0.1);
 
-TEST(PropertyListTest, xmlFormIsTheStandardOne) {
-    const QString xml = QString::fromUtf8(PropertyList::toXml(QVariantMap{
-        {QStringLiteral("b"), qulonglong(18446744073709551613ull)},
-        {QStringLiteral("a"), QStringLiteral("x<&y")},
-        {QStringLiteral("c"), qlonglong(-5)},
-    }));
-    EXPECT_TRUE(xml.startsWith(QStringLiteral("<?xml version=\"1.0\" encoding=\"UTF-8\"?>")));
-    EXPECT_TRUE(xml.contains(QStringLiteral("<!DOCTYPE plist PUBLIC")));
-    EXPECT_TRUE(xml.contains(QStringLiteral("<plist version=\"1.0\">")));
-    EXPECT_TRUE(xml.contains(QStringLiteral("x&lt;&amp;y")));
-    EXPECT_TRUE(xml.contains(QStringLiteral("<integer>18446744073709551613</integer>")));
-    EXPECT_TRUE(xml.contains(QStringLiteral("<integer>-5</integer>")));
-    EXPECT_LT(xml.indexOf(QStringLiteral("<key>a</key>")),
-              xml.indexOf(QStringLiteral("<key>b</key>")));
-    EXPECT_LT(xml.indexOf(QStringLiteral("<key>b</key>")),
-              xml.indexOf(QStringLiteral("<key>c</key>")));
+    const QString xml = QString::fromUtf8(PropertyList::toXml(
+        QVariantMap{{u"b"_s, kBig}, {u"a"_s, u"x<&y"_s}, {u"c"_s, qlonglong(-5)}}));
+    EXPECT_TRUE(xml.startsWith(u"<?xml version=\"1.0\" encoding=\"UTF-8\"?>"_s));
+    for (const QString& part :
+         {u"<!DOCTYPE plist PUBLIC"_s, u"<plist version=\"1.0\">"_s, u"x&lt;&amp;y"_s,
+          u"<integer>18446744073709551613</integer>"_s, u"<integer>-5</integer>"_s})
+        EXPECT_TRUE(xml.contains(part)) << part.toStdString();
+    EXPECT_LT(xml.indexOf(u"<key>a</key>"_s), xml.indexOf(u"<key>b</key>"_s));
+    EXPECT_LT(xml.indexOf(u"<key>b</key>"_s), xml.indexOf(u"<key>c</key>"_s));
 }
 
 TEST(PropertyListTest, integerTextTable) {
-    const struct {
-        const char* text;
-        QVariant expected; // invalid: refused
-    } cases[] = {
+    const std::pair<const char*, QVariant> cases[] = {
         {"-5", qlonglong(-5)},
         {" 12\n", qlonglong(12)},
         {"9223372036854775807", std::numeric_limits<qlonglong>::max()},
         {"9223372036854775808", qulonglong(9223372036854775808ull)},
         {"18446744073709551615", std::numeric_limits<qulonglong>::max()},
-        {"-9223372036854775808", std::numeric_limits<qlonglong>::min()},
-        {"18446744073709551616", QVariant()},
-        {"-9223372036854775809", QVariant()},
-        {"12a", QVariant()},
-        {"1.5", QVariant()},
-        {"", QVariant()},
-    };
-    for (const auto& c : cases) {
-        const QByteArray body = QByteArray("<integer>") + c.text + "</integer>";
-        const QVariant v = parse(wrap(body.constData()));
-        EXPECT_EQ(v.typeId(), c.expected.typeId()) << c.text;
-        if (c.expected.isValid()) {
-            EXPECT_EQ(v, c.expected) << c.text;
-        }
+        {"-9223372036854775808", std::numeric_limits<qlonglong>::min()}};
+    for (const auto& [text, expected] : cases) {
+        const QVariant v = parse(wrap(QByteArray("<integer>") + text + "</integer>"));
+        EXPECT_EQ(v.typeId(), expected.typeId()) << text;
+        EXPECT_EQ(v, expected) << text;
     }
+    for (const char* refused : {"18446744073709551616", "-9223372036854775809", "12a", "1.5", ""})
+        EXPECT_FALSE(parse(wrap(QByteArray("<integer>") + refused + "</integer>")).isValid());
 }
 
 TEST(PropertyListTest, malformedInputGivesAnErrorNotACrash) {
     const QByteArray good = PropertyList::toXml(sample());
-    QByteArray deep;
-    for (int i = 0; i < 5000; ++i)
-        deep += "<array>";
-    const QByteArray cases[] = {
-        "",
-        "   \n",
-        "garbage",
-        "<?xml version=\"1.0\"?>",
-        wrap(""),
-        wrap("<dict><key>a</key></dict>"),
-        wrap("<dict><string>x</string></dict>"),
-        wrap("<array><foo/></array>"),
-        wrap("<array>text<string>x</string></array>"),
-        wrap("<string>a</string><string>b</string>"),
-        wrap("<array></dict>"),
-        wrap("<string><string>x</string></string>"),
-        wrap("<true>x</true>"),
-        wrap("<real>fast</real>"),
-        wrap("<date>yesterday</date>"),
-        wrap("<data>!!!</data>"),
-        wrap(deep.constData()),
-        good.left(good.size() / 2),
-        good + "<plist/>",
-        QByteArray("bplist00"),
-        QByteArray("bplist00") + QByteArray(40, '\xff'),
-    };
+    QList<QByteArray> cases = {"", "   \n", "garbage", "<?xml version=\"1.0\"?>", "bplist00"};
+    cases << QByteArray("bplist00") + QByteArray(40, '\xff') << good.left(good.size() / 2)
+          << good + "<plist/>" << wrap(QByteArray("<array>").repeated(5000));
+    for (const char* body : {"", "<dict><key>a</key></dict>", "<dict><string>x</string></dict>",
+                             "<array><foo/></array>", "<array>text<string>x</string></array>",
+                             "<string>a</string><string>b</string>", "<array></dict>",
+                             "<string><string>x</string></string>", "<true>x</true>",
+                             "<real>fast</real>", "<date>yesterday</date>", "<data>!!!</data>"})
+        cases << wrap(body);
     for (const QByteArray& data : cases) {
         QString error;
         EXPECT_FALSE(parse(data, &error).isValid()) << data.left(80).constData();
         EXPECT_FALSE(error.isEmpty()) << data.left(80).constData();
     }
     QString error;
-    EXPECT_FALSE(PropertyList::readFile(QStringLiteral("/nonexistent/x.plist"), &error).isValid());
+    EXPECT_FALSE(PropertyList::readFile(u"/nonexistent/x.plist"_s, &error).isValid());
     EXPECT_FALSE(error.isEmpty());
-}
-
-TEST(PropertyListTest, corruptedXmlNeverCrashes) {
-    const QByteArray good = PropertyList::toXml(sample());
-    auto* random = QRandomGenerator::global();
-    for (int round = 0; round < 2000; ++round) {
-        QByteArray bad = good;
-        for (int k = 0; k < 3; ++k)
-            bad[random->bounded(bad.size())] = static_cast<char>(random->bounded(256));
-        parse(bad); // any result, as long as it returns
-    }
+    fuzz(good, 2000, 3);
 }
 
 // Binary property lists made by the library in the test, then read back.
@@ -172,7 +139,7 @@ TEST(PropertyListTest, readsBinaryPropertyLists) {
     Plist root{plist_new_dict()};
     plist_dict_set_item(root.node, "name", plist_new_string("Frame ü"));
     plist_dict_set_item(root.node, "count", plist_new_uint(42));
-    plist_dict_set_item(root.node, "big", plist_new_uint(18446744073709551613ull));
+    plist_dict_set_item(root.node, "big", plist_new_uint(kBig));
     plist_dict_set_item(root.node, "ratio", plist_new_real(0.5));
     plist_dict_set_item(root.node, "flag", plist_new_bool(1));
     plist_dict_set_item(root.node, "when", plist_new_date(86400, 0));
@@ -183,30 +150,29 @@ TEST(PropertyListTest, readsBinaryPropertyLists) {
     plist_dict_set_item(root.node, "list", list);
 
     TempTree tree;
-    const QString path = tree.file(QStringLiteral("b.plist"), root.bin());
     QString error;
-    const QVariant back = PropertyList::readFile(path, &error);
-    ASSERT_TRUE(back.isValid()) << qPrintable(error);
+    const QVariantMap back =
+        PropertyList::readFile(tree.file(u"b.plist"_s, root.bin()), &error).toMap();
+    EXPECT_TRUE(error.isEmpty()) << qPrintable(error);
     const QVariantMap expected{
-        {QStringLiteral("name"), QStringLiteral("Frame ü")},
-        {QStringLiteral("count"), qlonglong(42)},
-        {QStringLiteral("big"), qulonglong(18446744073709551613ull)},
-        {QStringLiteral("ratio"), 0.5},
-        {QStringLiteral("flag"), true},
-        {QStringLiteral("when"), QDateTime(QDate(2001, 1, 2), QTime(0, 0), QTimeZone::utc())},
-        {QStringLiteral("blob"), QByteArray("\x00\x01\xff", 3)},
-        {QStringLiteral("list"), QVariantList{QStringLiteral("a"), QVariantMap{}}},
+        {u"name"_s, u"Frame ü"_s},
+        {u"count"_s, qlonglong(42)},
+        {u"big"_s, kBig},
+        {u"ratio"_s, 0.5},
+        {u"flag"_s, true},
+        {u"when"_s, QDateTime(QDate(2001, 1, 2), QTime(0, 0), QTimeZone::utc())},
+        {u"blob"_s, QByteArray("\x00\x01\xff", 3)},
+        {u"list"_s, QVariantList{u"a"_s, QVariantMap{}}},
     };
-    EXPECT_EQ(back.toMap(), expected);
-    EXPECT_EQ(back.toMap().value(QStringLiteral("big")).typeId(), QMetaType::ULongLong);
-    EXPECT_EQ(back.toMap().value(QStringLiteral("count")).typeId(), QMetaType::LongLong);
+    EXPECT_EQ(back, expected);
+    EXPECT_EQ(back.value(u"big"_s).typeId(), QMetaType::ULongLong);
+    EXPECT_EQ(back.value(u"count"_s).typeId(), QMetaType::LongLong);
 }
 
 TEST(PropertyListTest, hostileBinaryInputIsRefused) {
     const auto nested = [](int depth) {
         Plist root{plist_new_array()};
-        plist_t at = root.node;
-        for (int i = 0; i < depth; ++i) {
+        for (plist_t at = root.node; depth-- > 0;) {
             plist_t inner = plist_new_array();
             plist_array_append_item(at, inner);
             at = inner;
@@ -217,42 +183,34 @@ TEST(PropertyListTest, hostileBinaryInputIsRefused) {
     QString error;
     EXPECT_FALSE(parse(nested(600), &error).isValid());
     EXPECT_FALSE(error.isEmpty());
+    const QByteArray good = nested(3);
+    EXPECT_FALSE(parse(good.left(good.size() - 5)).isValid());
 
     // An array holding itself: one object, a one-byte reference to object 0.
     QByteArray loop("bplist00\xa1\x00", 10);
-    const qsizetype table = loop.size();
-    loop += '\x08';                            // offset table: the array starts at 8
-    loop += QByteArray(6, '\0') + "\x01\x01";  // offset and reference sizes
-    loop += QByteArray(7, '\0') + '\x01';      // one object
-    loop += QByteArray(8, '\0');               // top object 0
-    loop += QByteArray(7, '\0') + char(table); // offset table position
-    EXPECT_FALSE(parse(loop, &error).isValid());
+    const char table = char(loop.size());
+    loop += '\x08';                           // offset table: the array starts at 8
+    loop += QByteArray(6, '\0') + "\x01\x01"; // offset and reference sizes
+    loop += QByteArray(7, '\0') + '\x01';     // one object
+    loop += QByteArray(8, '\0');              // top object 0
+    loop += QByteArray(7, '\0') + table;      // offset table position
+    EXPECT_FALSE(parse(loop).isValid());
 
-    const QByteArray good = nested(3);
-    EXPECT_FALSE(parse(good.left(good.size() - 5)).isValid());
-    auto* random = QRandomGenerator::global();
     Plist dict{plist_new_dict()};
     plist_dict_set_item(dict.node, "k", plist_new_string("value"));
     plist_dict_set_item(dict.node, "n", plist_new_uint(7));
-    const QByteArray base = dict.bin();
-    for (int round = 0; round < 3000; ++round) {
-        QByteArray bad = base;
-        const int at = 8 + random->bounded(static_cast<int>(bad.size()) - 8);
-        bad[at] = static_cast<char>(random->bounded(256));
-        parse(bad); // any result, as long as it returns
-    }
+    fuzz(dict.bin(), 3000, 1, 8);
 }
 
 TEST(PropertyListTest, writeFileRefusesWithoutTouchingTheOldFile) {
     TempTree tree;
-    const QString path = tree.file(QStringLiteral("keep.plist"), "old");
+    const QString path = tree.file(u"keep.plist"_s, "old");
     QString error;
-    EXPECT_FALSE(
-        PropertyList::writeFile(path, QVariantMap{{QStringLiteral("x"), QVariant()}}, &error));
+    EXPECT_FALSE(PropertyList::writeFile(path, QVariantMap{{u"x"_s, QVariant()}}, &error));
     EXPECT_FALSE(error.isEmpty());
-    EXPECT_FALSE(PropertyList::writeFile(path, QStringLiteral("bell\a"), &error));
-    EXPECT_EQ(tree.read(QStringLiteral("keep.plist")), QByteArray("old"));
-    EXPECT_FALSE(PropertyList::writeFile(tree(QStringLiteral("missing/dir/x.plist")), 1, &error));
+    EXPECT_FALSE(PropertyList::writeFile(path, u"bell\a"_s, &error));
+    EXPECT_EQ(tree.read(u"keep.plist"_s), QByteArray("old"));
+    EXPECT_FALSE(PropertyList::writeFile(tree(u"missing/dir/x.plist"_s), 1, &error));
     EXPECT_TRUE(PropertyList::writeFile(path, QVariantList{1, 2}));
     EXPECT_EQ(PropertyList::readFile(path), QVariant(QVariantList{qlonglong(1), qlonglong(2)}));
 }

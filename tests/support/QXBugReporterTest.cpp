@@ -1,109 +1,106 @@
 #include "QXBugReporter.h"
-#include "ConsoleCapture.h"
 #include "CrashHandler.h"
 #include "PropertyList.h"
-#include "QXLocalPaths.h"
 #include "QXTask.h"
-#include "TempTree.h"
+#include "SupportTest.h"
 
 #include <QCoreApplication>
 #include <QDateTime>
-#include <QDir>
-#include <QFile>
-#include <QFileInfo>
-#include <QRegularExpression>
 #include <QSettings>
-#include <gtest/gtest.h>
 
 #include <csignal>
 #include <pwd.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
-#include <unistd.h>
+
+using namespace Qt::StringLiterals;
 
 namespace {
 
-const QString app = QStringLiteral("Probe");
+const QString app = u"Probe"_s, crashName = u"Probe_2011-03-03-140509_h.crash"_s;
 
-class QXBugReporterTest : public ::testing::Test {
+QSettings defaults() {
+    return QSettings(u"Corvane"_s, QCoreApplication::applicationName());
+}
+
+class QXBugReporterTest : public SupportTest {
 protected:
-    static void SetUpTestSuite() { startUserLog(); }
-
     void SetUp() override {
         QXLocalPaths::setConsoleUserForTesting(QString());
         QXBugReporter::setReportHandler([this](const QString& report) {
             opened.append(report);
             return true;
         });
-        QSettings(QStringLiteral("Corvane"), QCoreApplication::applicationName()).clear();
+        defaults().clear();
     }
     void TearDown() override {
         QXBugReporter::setReportHandler(nullptr);
         QXLocalPaths::setConsoleUserForTesting(std::nullopt);
-        QDir(userReports(QStringLiteral("DiagnosticReports"))).removeRecursively();
-        QDir(userReports(QStringLiteral("CrashReporter"))).removeRecursively();
+        for (const char16_t* kind : {u"DiagnosticReports", u"CrashReporter"})
+            QDir(folder(QString::fromUtf16(kind))).removeRecursively();
         QFile::remove(QXLocalPaths::vendorPreferencesPath());
-        QSettings(QStringLiteral("Corvane"), QCoreApplication::applicationName()).clear();
+        defaults().clear();
     }
-
-    static QString userReports(const QString& kind) {
+    static QString folder(const QString& kind) {
         return QXLocalPaths::logDirectory(true) + u'/' + kind;
     }
-    // A crash report with the given age in seconds (negative: in the past).
-    static QString report(const QString& kind, const QString& name, qint64 ageSeconds) {
-        const QString path = userReports(kind) + u'/' + name;
-        QDir().mkpath(QFileInfo(path).path());
+    // A crash report modified the given number of seconds ago.
+    static QString report(const QString& name, qint64 age = 30,
+                          const QString& kind = u"DiagnosticReports"_s) {
+        const QString path = folder(kind) + u'/' + name;
+        EXPECT_TRUE(writeFile(path, "Signal: 11 (SIGSEGV)\n"));
         QFile f(path);
-        EXPECT_TRUE(f.open(QIODevice::WriteOnly));
-        f.write("Signal: 11 (SIGSEGV)\n");
-        f.flush(); // a later flush would set the time to now
-        f.setFileTime(QDateTime::currentDateTime().addSecs(-ageSeconds),
+        EXPECT_TRUE(f.open(QIODevice::ReadWrite));
+        f.setFileTime(QDateTime::currentDateTime().addSecs(-age),
                       QFileDevice::FileModificationTime);
         return path;
     }
-    void recordLaunch(qint64 ageSeconds) {
-        QVariantMap record = PropertyList::readFile(plist).toMap();
-        record.insert(QStringLiteral("launch"), QDateTime::currentDateTime().addSecs(-ageSeconds));
-        ASSERT_TRUE(PropertyList::writeFile(plist, record));
+    void record(const QString& key, qint64 age) {
+        QVariantMap r = PropertyList::readFile(plist).toMap();
+        r.insert(key, QDateTime::currentDateTime().addSecs(-age));
+        ASSERT_TRUE(PropertyList::writeFile(plist, r));
     }
 
-    ConsoleCapture console;
-    TempTree tree;
-    QString plist = tree(QStringLiteral("record.plist"));
+    QString plist = tree(u"record.plist"_s);
     QStringList opened;
 };
 
-TEST_F(QXBugReporterTest, aFirstLaunchChecksNothingAndRecordsTheLaunch) {
-    report(QStringLiteral("DiagnosticReports"), QStringLiteral("Probe_2011-03-03-140509_h.crash"),
-           0);
-    QXBugReporter::startBugReporter(app, plist);
-    EXPECT_TRUE(opened.isEmpty());
-    const QDateTime launch =
-        PropertyList::readFile(plist).toMap().value(QStringLiteral("launch")).toDateTime();
-    ASSERT_TRUE(launch.isValid());
-    EXPECT_LE(qAbs(launch.secsTo(QDateTime::currentDateTime())), 2);
+TEST_F(QXBugReporterTest, onlyAReportNewerThanALaunchWithoutACleanExitIsACrash) {
+    const struct {
+        const char* name;
+        qint64 launch, exit, report; // ages in seconds; -1: none
+        bool crashed;
+    } cases[] = {
+        {"first launch ever", -1, -1, 30, false},
+        {"clean exit", 60, 40, 30, false},
+        {"report older than the launch", 60, -1, 120, false},
+        {"exit before the launch", 60, 90, 30, true},
+        {"crash", 60, -1, 30, true},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        QFile::remove(plist);
+        if (c.launch >= 0) record(u"launch"_s, c.launch);
+        if (c.exit >= 0) record(u"exit"_s, c.exit);
+        const QString crash = report(crashName, c.report);
+        EXPECT_EQ(QXBugReporter::checkForCrashes(app, plist), c.crashed ? crash : QString());
+        EXPECT_EQ(opened, c.crashed ? QStringList{crash} : QStringList());
+        opened.clear();
+    }
 }
 
-TEST_F(QXBugReporterTest, aCleanExitMeansNoCrash) {
-    QXBugReporter::startBugReporter(app, plist);
-    QXBugReporter::stopBugReporter(plist);
-    report(QStringLiteral("DiagnosticReports"), QStringLiteral("Probe_2011-03-03-140509_h.crash"),
-           0);
-    EXPECT_EQ(QXBugReporter::checkForCrashes(app, plist), QString());
-    EXPECT_TRUE(opened.isEmpty());
-}
-
-TEST_F(QXBugReporterTest, aCrashAfterARecordedLaunchIsDetectedOnce) {
-    recordLaunch(60);
-    const QString crash = report(QStringLiteral("DiagnosticReports"),
-                                 QStringLiteral("Probe_2011-03-03-140509_host.crash"), 30);
+TEST_F(QXBugReporterTest, aCrashIsReportedOnceAndTheLaunchIsRecorded) {
+    record(u"launch"_s, 60);
+    const QString crash = report(u"Probe_2011-03-03-140509_host.crash"_s);
     QStringList told;
     QXBugReporter::startBugReporter(app, plist, [&](const QString& path) { told.append(path); });
     EXPECT_EQ(opened, QStringList{crash});
     EXPECT_TRUE(told.isEmpty()); // delivered on the main thread, not waited for
     QCoreApplication::processEvents();
     EXPECT_EQ(told, QStringList{crash});
-    EXPECT_TRUE(currentLogText().contains(QStringLiteral(" - Application crashed on last launch")));
+    EXPECT_TRUE(currentLogText().contains(u" - Application crashed on last launch"_s));
+    const QDateTime launch = PropertyList::readFile(plist).toMap().value(u"launch"_s).toDateTime();
+    EXPECT_LE(qAbs(launch.secsTo(QDateTime::currentDateTime())), 2);
 
     // The new launch is later than the report: the same crash is not reported again.
     QXBugReporter::startBugReporter(app, plist);
@@ -112,118 +109,86 @@ TEST_F(QXBugReporterTest, aCrashAfterARecordedLaunchIsDetectedOnce) {
     EXPECT_EQ(opened.size(), 1);
 }
 
-TEST_F(QXBugReporterTest, aReportOlderThanTheLaunchIsIgnored) {
-    recordLaunch(60);
-    report(QStringLiteral("DiagnosticReports"), QStringLiteral("Probe_2011-03-03-140509_h.crash"),
-           120);
-    EXPECT_EQ(QXBugReporter::checkForCrashes(app, plist), QString());
-    EXPECT_TRUE(opened.isEmpty());
-}
-
 TEST_F(QXBugReporterTest, theLastMatchingEntryOfTheFirstFolderWithOneCounts) {
-    recordLaunch(60);
-    report(QStringLiteral("DiagnosticReports"), QStringLiteral("probe_2011-01-01-000000_h.crash"),
-           30);
-    const QString last = report(QStringLiteral("DiagnosticReports"),
-                                QStringLiteral("PROBE_2012-01-01-000000_h.crash"), 30);
-    report(QStringLiteral("DiagnosticReports"),
-           QStringLiteral("ProbeHelper_2013-01-01-000000_h.crash"), 30);
-    report(QStringLiteral("DiagnosticReports"), QStringLiteral("Other_2014-01-01-000000_h.crash"),
-           30);
+    record(u"launch"_s, 60);
+    report(u"probe_2011-01-01-000000_h.crash"_s);
+    const QString last = report(u"PROBE_2012-01-01-000000_h.crash"_s);
+    report(u"ProbeHelper_2013-01-01-000000_h.crash"_s);
+    report(u"Other_2014-01-01-000000_h.crash"_s);
     EXPECT_EQ(QXBugReporter::checkForCrashes(app, plist), last);
-
     // The classic folder is looked at first.
-    const QString classic = report(QStringLiteral("CrashReporter"),
-                                   QStringLiteral("Probe_2010-01-01-000000_h.crash"), 30);
+    const QString classic = report(u"Probe_2010-01-01-000000_h.crash"_s, 30, u"CrashReporter"_s);
     EXPECT_EQ(QXBugReporter::checkForCrashes(app, plist), classic);
     EXPECT_EQ(QXBugReporter::reportFolders().size(), 4);
 }
 
 TEST_F(QXBugReporterTest, theCrashReporterCanBeSwitchedOffForTheVendorsApplications) {
-    const struct {
-        QVariant value;
-        bool disabled;
-    } cases[] = {
-        {QStringLiteral("1"), true},    {true, true},
-        {qlonglong(1), true},           {QStringLiteral("0"), false},
-        {QStringLiteral("yes"), false}, {false, false},
+    const std::pair<QVariant, bool> cases[] = {
+        {u"1"_s, true},  {true, true},      {qlonglong(1), true},
+        {u"0"_s, false}, {u"yes"_s, false}, {false, false},
     };
-    const QString crash = report(QStringLiteral("DiagnosticReports"),
-                                 QStringLiteral("Probe_2011-03-03-140509_h.crash"), 30);
-    QDir().mkpath(QFileInfo(QXLocalPaths::vendorPreferencesPath()).path());
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.value.toString().toStdString());
-        ASSERT_TRUE(PropertyList::writeFile(
-            QXLocalPaths::vendorPreferencesPath(),
-            QVariantMap{{QStringLiteral("disable-crash-reporter"), c.value}}));
-        recordLaunch(60);
+    const QString crash = report(crashName);
+    for (const auto& [value, disabled] : cases) {
+        SCOPED_TRACE(value.toString().toStdString());
+        ASSERT_TRUE(
+            writeFile(QXLocalPaths::vendorPreferencesPath(),
+                      PropertyList::toXml(QVariantMap{{u"disable-crash-reporter"_s, value}})));
+        record(u"launch"_s, 60);
         opened.clear();
         console.clear();
         EXPECT_EQ(QXBugReporter::checkForCrashes(app, plist), crash);
-        EXPECT_EQ(opened.isEmpty(), c.disabled);
-        EXPECT_EQ(console.contains(QStringLiteral("Crash reporter disabled")), c.disabled);
+        EXPECT_EQ(opened.isEmpty(), disabled);
+        EXPECT_EQ(console.contains(u"Crash reporter disabled"_s), disabled);
     }
-    EXPECT_TRUE(currentLogText().contains(QStringLiteral(" - Crash reporter disabled")));
+    EXPECT_TRUE(currentLogText().contains(u" - Crash reporter disabled"_s));
 }
 
 TEST_F(QXBugReporterTest, theUserDefaultsHoldTheRecordWhenNoFileIsGiven) {
     QXBugReporter::startBugReporterWithDelegate(nullptr);
     QXBugReporter::stopBugReporter();
-    QSettings defaults(QStringLiteral("Corvane"), QCoreApplication::applicationName());
-    EXPECT_TRUE(defaults.value(QStringLiteral("launch")).toDateTime().isValid());
-    EXPECT_TRUE(defaults.value(QStringLiteral("exit")).toDateTime().isValid());
+    QSettings settings = defaults();
+    EXPECT_TRUE(settings.value(u"launch"_s).toDateTime().isValid());
+    EXPECT_TRUE(settings.value(u"exit"_s).toDateTime().isValid());
 
-    const QString name = QCoreApplication::applicationName();
-    const QString crash = report(QStringLiteral("DiagnosticReports"),
-                                 name + QStringLiteral("_2011-03-03-140509_h.crash"), 30);
-    defaults.setValue(QStringLiteral("launch"), QDateTime::currentDateTime().addSecs(-60));
-    defaults.setValue(QStringLiteral("exit"), QDateTime::currentDateTime().addSecs(-90));
-    defaults.sync();
+    const QString crash =
+        report(QCoreApplication::applicationName() + u"_2011-03-03-140509_h.crash"_s);
+    settings.setValue(u"launch"_s, QDateTime::currentDateTime().addSecs(-60));
+    settings.setValue(u"exit"_s, QDateTime::currentDateTime().addSecs(-90));
+    settings.sync();
     EXPECT_EQ(QXBugReporter::checkForCrashes(), crash);
 }
 
-uid_t uidOf(const char* name) {
-    const passwd* pw = ::getpwnam(name);
-    return pw ? pw->pw_uid : static_cast<uid_t>(-1);
-}
-
-uid_t ownerOf(const QString& path) {
-    struct stat st;
-    return ::stat(QFile::encodeName(path).constData(), &st) == 0 ? st.st_uid
-                                                                 : static_cast<uid_t>(-1);
-}
-
 TEST_F(QXBugReporterTest, aRecordInAUsersHomeIsGivenBackToThatUser) {
-    if (::geteuid() != 0 || uidOf("nobody") == static_cast<uid_t>(-1))
-        GTEST_SKIP() << "needs root and the user nobody";
-    const QString inHome = tree.file(QStringLiteral("home/nobody/record.plist"));
-    const QString atUsers = tree.file(QStringLiteral("Users"));
-    const QString elsewhere = tree.file(QStringLiteral("var/record.plist"));
-    QXBugReporter::chownPlist(inHome);
-    QXBugReporter::chownPlist(atUsers);
-    QXBugReporter::chownPlist(elsewhere);
-    EXPECT_EQ(ownerOf(inHome), uidOf("nobody"));
-    EXPECT_EQ(ownerOf(atUsers), 0u);
-    EXPECT_EQ(ownerOf(elsewhere), 0u);
+    const passwd* nobody = ::getpwnam("nobody");
+    if (::geteuid() != 0 || !nobody) GTEST_SKIP() << "needs root and the user nobody";
+    const struct {
+        QString path;
+        uid_t owner;
+    } cases[] = {{tree.file(u"home/nobody/record.plist"_s), nobody->pw_uid},
+                 {tree.file(u"Users"_s), 0},
+                 {tree.file(u"var/record.plist"_s), 0}};
+    for (const auto& c : cases) {
+        QXBugReporter::chownPlist(c.path);
+        struct stat st;
+        ASSERT_EQ(::stat(QFile::encodeName(c.path).constData(), &st), 0);
+        EXPECT_EQ(st.st_uid, c.owner) << c.path.toStdString();
+    }
 }
 
 TEST_F(QXBugReporterTest, theBugReporterShowsTheReportAndKeepsCopiesWithoutOverwriting) {
     const QString program = QStringLiteral(SEQMATE_BUGREPORTER_PATH);
-    const QString crash =
-        tree.file(QStringLiteral("Probe_2011-03-03-140509_h.crash"), "Signal: 11 (SIGSEGV)\n");
-    tree.file(QStringLiteral("kept/Probe_2011-03-03-140509_h.crash"), "older");
-    tree.file(QStringLiteral("saved.txt"), "older");
-    const QString shown =
-        QXTask::stringFromTask(program,
-                               {QStringLiteral("--save"), tree(QStringLiteral("saved.txt")),
-                                QStringLiteral("--copy"), tree(QStringLiteral("kept")), crash},
-                               QXTask::Encoding::UTF8, 20.0);
-    EXPECT_TRUE(shown.contains(QStringLiteral("Signal: 11 (SIGSEGV)"))) << shown.toStdString();
-    EXPECT_EQ(tree.read(QStringLiteral("saved 2.txt")), QByteArray("Signal: 11 (SIGSEGV)\n"));
-    EXPECT_EQ(tree.read(QStringLiteral("kept/Probe_2011-03-03-140509_h 2.crash")),
-              QByteArray("Signal: 11 (SIGSEGV)\n"));
-    EXPECT_EQ(tree.read(QStringLiteral("saved.txt")), QByteArray("older"));
-    EXPECT_EQ(QXTask::terminationCodeFromTask(program, {tree(QStringLiteral("missing"))}, 20.0), 1);
+    const QByteArray text = "Signal: 11 (SIGSEGV)\n";
+    const QString crash = tree.file(crashName, text);
+    tree.file(u"kept/"_s + crashName, "older");
+    tree.file(u"saved.txt"_s, "older");
+    const QString shown = QXTask::stringFromTask(
+        program, {u"--save"_s, tree(u"saved.txt"_s), u"--copy"_s, tree(u"kept"_s), crash},
+        QXTask::Encoding::UTF8, 20.0);
+    EXPECT_TRUE(shown.contains(QString::fromUtf8(text.trimmed()))) << shown.toStdString();
+    EXPECT_EQ(tree.read(u"saved 2.txt"_s), text);
+    EXPECT_EQ(tree.read(u"kept/Probe_2011-03-03-140509_h 2.crash"_s), text);
+    EXPECT_EQ(tree.read(u"saved.txt"_s), QByteArray("older"));
+    EXPECT_EQ(QXTask::terminationCodeFromTask(program, {tree(u"missing"_s)}, 20.0), 1);
 }
 
 TEST(CrashHandlerTest, timeStampsAreCivilDatesWithoutTheCLibrary) {
@@ -249,14 +214,14 @@ TEST(CrashHandlerTest, timeStampsAreCivilDatesWithoutTheCLibrary) {
     // A sweep across two centuries against Qt's calendar.
     for (long long s = -86400LL * 365 * 30; s < 86400LL * 365 * 170; s += 86400LL * 37 + 3671) {
         CrashHandler::formatTimestamp(s, 0, out);
-        const QString expected =
-            QDateTime::fromSecsSinceEpoch(s, Qt::UTC).toString(QStringLiteral("yyyy-MM-dd-HHmmss"));
-        ASSERT_EQ(QString::fromLatin1(out), expected) << s;
+        ASSERT_EQ(QString::fromLatin1(out),
+                  QDateTime::fromSecsSinceEpoch(s, Qt::UTC).toString(u"yyyy-MM-dd-HHmmss"_s))
+            << s;
     }
 }
 
 TEST_F(QXBugReporterTest, aCrashWritesAReportTheNextLaunchFinds) {
-    recordLaunch(60);
+    record(u"launch"_s, 60);
     ASSERT_TRUE(CrashHandler::install(app));
     const pid_t child = ::fork();
     if (child == 0) {
@@ -269,22 +234,18 @@ TEST_F(QXBugReporterTest, aCrashWritesAReportTheNextLaunchFinds) {
     EXPECT_TRUE(WIFSIGNALED(status));
     EXPECT_EQ(WTERMSIG(status), SIGSEGV);
 
-    const QStringList written = QDir(CrashHandler::reportFolder())
-                                    .entryList({QStringLiteral("Probe_*.crash")}, QDir::Files);
+    const QStringList written =
+        QDir(CrashHandler::reportFolder()).entryList({u"Probe_*.crash"_s}, QDir::Files);
     ASSERT_EQ(written.size(), 1);
-    EXPECT_TRUE(
-        QRegularExpression(QStringLiteral("^Probe_\\d{4}-\\d\\d-\\d\\d-\\d{6}_[\\w-]+\\.crash$"))
-            .match(written.first())
-            .hasMatch())
+    EXPECT_TRUE(matches(u"Probe_\\d{4}-\\d\\d-\\d\\d-\\d{6}_[\\w-]+\\.crash"_s, written.first()))
         << written.first().toStdString();
-    const QString text = readText(CrashHandler::reportFolder() + u'/' + written.first());
-    EXPECT_TRUE(text.contains(QStringLiteral("Signal:      11 (SIGSEGV)"))) << text.toStdString();
-    EXPECT_TRUE(text.contains(QStringLiteral("Process:     Probe [%1]").arg(child)));
-    EXPECT_TRUE(text.contains(QStringLiteral("\nBacktrace:\n")));
+    const QString path = CrashHandler::reportFolder() + u'/' + written.first();
+    const QString text = readText(path);
+    EXPECT_TRUE(text.contains(u"Signal:      11 (SIGSEGV)"_s)) << text.toStdString();
+    EXPECT_TRUE(text.contains(u"Process:     Probe [%1]"_s.arg(child)));
+    EXPECT_TRUE(text.contains(u"\nBacktrace:\n"_s));
     EXPECT_GT(text.count(u'\n'), 9); // the frames follow
-
-    EXPECT_EQ(QXBugReporter::checkForCrashes(app, plist),
-              CrashHandler::reportFolder() + u'/' + written.first());
+    EXPECT_EQ(QXBugReporter::checkForCrashes(app, plist), path);
 }
 
 } // namespace

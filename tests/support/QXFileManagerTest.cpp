@@ -1,259 +1,184 @@
 #include "QXFileManager.h"
-#include "ConsoleCapture.h"
 #include "FakePrivilegeMechanism.h"
-#include "TempTree.h"
+#include "SupportTest.h"
 
 #include <QDateTime>
-#include <QDir>
-#include <QFile>
-#include <QFileInfo>
 #include <QStandardPaths>
-#include <gtest/gtest.h>
 
 #include <sys/stat.h>
-#include <unistd.h>
 #include <utime.h>
-#include <zip.h>
 
 using namespace Qt::StringLiterals;
 
 namespace {
 
-class QXFileManagerTest : public ::testing::Test {
+class QXFileManagerTest : public SupportTest {
 protected:
-    static void SetUpTestSuite() { startUserLog(); }
-    ConsoleCapture console;
-    TempTree tree;
+    QByteArray read(const char* relative) const { return tree.read(QString::fromUtf8(relative)); }
+    QString file(const char* relative, const QByteArray& content = "x") const {
+        return tree.file(QString::fromUtf8(relative), content);
+    }
 };
 
-TEST_F(QXFileManagerTest, uniqueFilenameCountsUpFromTwo) {
-    tree.file(QStringLiteral("clip.mov"));
-    tree.file(QStringLiteral("notes"));
-    tree.file(QStringLiteral("notes 2"));
-    tree.file(QStringLiteral(".profile"));
-    QFile::link(tree(QStringLiteral("nowhere")), tree(QStringLiteral("dangling.txt")));
-    const struct {
-        const char* path;
-        const char* expected;
-    } cases[] = {
+TEST_F(QXFileManagerTest, uniqueValidAndSizeTexts) {
+    for (const char* existing : {"clip.mov", "notes", "notes 2", ".profile"})
+        file(existing);
+    QFile::link(t("nowhere"), t("dangling.txt"));
+    const std::pair<const char*, const char*> unique[] = {
         {"clip.mov", "clip 2.mov"},         {"notes", "notes 3"},
         {"free.mov", "free.mov"},           {".profile", ".profile 2"},
-        {"dangling.txt", "dangling 2.txt"}, // a link to nowhere still takes its name
+        {"dangling.txt", "dangling 2.txt"}, // a dangling link counts
     };
-    for (const auto& c : cases)
-        EXPECT_EQ(QXFileManager::uniqueFilename(tree(QString::fromUtf8(c.path))),
-                  tree(QString::fromUtf8(c.expected)))
-            << c.path;
+    for (const auto& [path, expected] : unique)
+        EXPECT_EQ(QXFileManager::uniqueFilename(t(path)), t(expected)) << path;
+
+    const std::pair<const char*, const char*> names[] = {{".a/b:c ", "abc"},
+                                                         {".", ""},
+                                                         {"..x", ".x"},
+                                                         {"  pad\n", "pad"},
+                                                         {"plain.txt", "plain.txt"}};
+    for (const auto& [in, out] : names)
+        EXPECT_EQ(QXFileManager::validateFilename(QString::fromUtf8(in)), QString::fromUtf8(out));
+
+    const std::pair<double, const char*> sizes[] = {{0, "0 B"},
+                                                    {1023, "1023 B"},
+                                                    {1024, "1.00 KB"},
+                                                    {1536, "1.50 KB"},
+                                                    {1048575, "1024.00 KB"},
+                                                    {1048576, "1.00 MB"},
+                                                    {1073741824, "1.00 GB"},
+                                                    {1099511627776.0, "1024.00 GB"}};
+    for (const auto& [bytes, text] : sizes)
+        EXPECT_EQ(QXFileManager::formatFileSize(bytes), QString::fromUtf8(text)) << bytes;
 }
 
-TEST_F(QXFileManagerTest, validateFilenameAndFormatFileSize) {
-    const struct {
-        const char* in;
-        const char* out;
-    } names[] = {{".a/b:c ", "abc"}, {".", ""},     {"..x", ".x"},
-                 {"  pad\n", "pad"}, {"a:b", "ab"}, {"plain.txt", "plain.txt"}};
-    for (const auto& n : names)
-        EXPECT_EQ(QXFileManager::validateFilename(QString::fromUtf8(n.in)),
-                  QString::fromUtf8(n.out))
-            << n.in;
+TEST_F(QXFileManagerTest, movesChangeCaseInPlaceAndNeverReplaceAFile) {
+    file("x/Clip.mov", "frames");
+    ASSERT_TRUE(QXFileManager::moveFile(t("x/Clip.mov"), t("x/clip.mov")));
+    EXPECT_EQ(tree.list(u"x"_s), QStringList{u"clip.mov"_s});
+    EXPECT_EQ(read("x/clip.mov"), QByteArray("frames"));
 
-    const struct {
-        double bytes;
-        const char* text;
-    } sizes[] = {{0, "0 B"},
-                 {1023, "1023 B"},
-                 {1024, "1.00 KB"},
-                 {1536, "1.50 KB"},
-                 {1048575, "1024.00 KB"},
-                 {1048576, "1.00 MB"},
-                 {1073741824, "1.00 GB"},
-                 {1099511627776.0, "1024.00 GB"}};
-    for (const auto& s : sizes)
-        EXPECT_EQ(QXFileManager::formatFileSize(s.bytes), QString::fromUtf8(s.text)) << s.bytes;
-}
-
-TEST_F(QXFileManagerTest, aCaseOnlyRenameKeepsTheContentAndLeavesNothingBehind) {
-    tree.file(QStringLiteral("x/Clip.mov"), "frames");
-    ASSERT_TRUE(QXFileManager::moveFile(tree(QStringLiteral("x/Clip.mov")),
-                                        tree(QStringLiteral("x/clip.mov"))));
-    EXPECT_EQ(tree.list(QStringLiteral("x")), QStringList{QStringLiteral("clip.mov")});
-    EXPECT_EQ(tree.read(QStringLiteral("x/clip.mov")), QByteArray("frames"));
-}
-
-TEST_F(QXFileManagerTest, aMoveNeverReplacesAnExistingFile) {
-    const QString a = tree.file(QStringLiteral("a.txt"), "A");
-    const QString b = tree.file(QStringLiteral("b.txt"), "B");
+    const QString a = file("a.txt", "A"), b = file("b.txt", "B");
     EXPECT_FALSE(QXFileManager::moveFile(a, b, false));
-    EXPECT_EQ(tree.read(QStringLiteral("a.txt")), QByteArray("A"));
-    EXPECT_EQ(tree.read(QStringLiteral("b.txt")), QByteArray("B"));
-    EXPECT_TRUE(currentLogText().contains(QStringLiteral("Error moving file: ")));
-    EXPECT_TRUE(currentLogText().contains(QStringLiteral("File exists. Authorizing...")));
-
     EXPECT_FALSE(QXFileManager::copyFile(a, b, false));
-    EXPECT_EQ(tree.read(QStringLiteral("b.txt")), QByteArray("B"));
+    EXPECT_EQ(read("a.txt"), QByteArray("A"));
+    EXPECT_EQ(read("b.txt"), QByteArray("B"));
+    const QString log = currentLogText();
+    EXPECT_TRUE(log.contains(u"Error moving file: "_s));
+    EXPECT_TRUE(log.contains(u"File exists. Authorizing..."_s));
 }
 
 TEST_F(QXFileManagerTest, aFailedMoveFallsBackToThePrivilegedTool) {
     auto fake = std::make_shared<FakePrivilegeMechanism>();
     AsOrdinaryUser user(fake);
-    const QString a = tree.file(QStringLiteral("a.txt"), "A");
-    const QString target = tree(QStringLiteral("missing/a.txt"));
+    const QString a = file("a.txt", "A"), target = t("missing/a.txt");
     // The tool is only started: success is reported before it has run.
     EXPECT_TRUE(QXFileManager::moveFile(a, target));
     ASSERT_EQ(fake->calls.size(), 1);
-    EXPECT_EQ(fake->calls[0].tool, QStringLiteral("/bin/mv"));
-    EXPECT_EQ(fake->calls[0].arguments, (QStringList{QStringLiteral("-f"), a, target}));
+    EXPECT_EQ(fake->calls[0].tool, u"/bin/mv"_s);
+    EXPECT_EQ(fake->calls[0].arguments, (QStringList{u"-f"_s, a, target}));
     EXPECT_FALSE(fake->calls[0].wait);
-    EXPECT_EQ(fake->rightsAsked, QStringList{QStringLiteral("system.privilege.admin")});
+    EXPECT_EQ(fake->rightsAsked, QStringList{u"system.privilege.admin"_s});
 
     // Refused rights: the move fails, and the next attempt asks again.
     fake->calls.clear();
     fake->interactiveAnswer = -1;
     QXAuthorization::sharedController().authEnd();
     EXPECT_FALSE(QXFileManager::moveFile(a, target));
-    EXPECT_FALSE(QXFileManager::copyFile(a, tree(QStringLiteral("missing/b.txt"))));
+    EXPECT_FALSE(QXFileManager::copyFile(a, t("missing/b.txt")));
     EXPECT_TRUE(fake->calls.isEmpty());
     EXPECT_EQ(fake->rightsAsked.size(), 3);
     EXPECT_TRUE(QFileInfo::exists(a));
 }
 
 TEST_F(QXFileManagerTest, copyingReportsMissingPathsAndCopiesFoldersWithTheirLinks) {
-    EXPECT_FALSE(QXFileManager::copyFile(QString(), tree(QStringLiteral("x"))));
-    EXPECT_FALSE(QXFileManager::copyFile(tree(QStringLiteral("y")), QString()));
-    EXPECT_TRUE(console.contains(QStringLiteral("Error copying file: source path is nil")));
-    EXPECT_TRUE(console.contains(QStringLiteral("Error copying file %1: destination path is nil")
-                                     .arg(tree(QStringLiteral("y")))));
+    EXPECT_FALSE(QXFileManager::copyFile(QString(), t("x")));
+    EXPECT_FALSE(QXFileManager::copyFile(t("y"), QString()));
+    EXPECT_TRUE(console.contains(u"Error copying file: source path is nil"_s));
+    EXPECT_TRUE(console.contains(u"Error copying file %1: destination path is nil"_s.arg(t("y"))));
 
-    tree.file(QStringLiteral("src/f.txt"), "F");
-    QFile::link(QStringLiteral("f.txt"), tree(QStringLiteral("src/link")));
-    ASSERT_TRUE(QXFileManager::copyFile(tree(QStringLiteral("src")), tree(QStringLiteral("dst"))));
-    EXPECT_EQ(tree.read(QStringLiteral("dst/f.txt")), QByteArray("F"));
-    EXPECT_EQ(QFileInfo(tree(QStringLiteral("dst/link"))).symLinkTarget(),
-              tree(QStringLiteral("dst/f.txt")));
+    file("src/f.txt", "F");
+    QFile::link(u"f.txt"_s, t("src/link"));
+    ASSERT_TRUE(QXFileManager::copyFile(t("src"), t("dst")));
+    EXPECT_EQ(read("dst/f.txt"), QByteArray("F"));
+    EXPECT_EQ(QFileInfo(t("dst/link")).symLinkTarget(), t("dst/f.txt"));
 }
 
 TEST_F(QXFileManagerTest, creatingAFolderWhereAFileStandsFailsThenAsksForRights) {
-    tree.file(QStringLiteral("blocker"), "x");
-    const QString wanted = tree(QStringLiteral("blocker/sub"));
+    file("blocker");
+    const QString wanted = t("blocker/sub");
     EXPECT_FALSE(QXFileManager::createDirectory(wanted, false));
-    EXPECT_TRUE(currentLogText().contains(QStringLiteral("Error creating folder: ")));
+    EXPECT_TRUE(currentLogText().contains(u"Error creating folder: "_s));
 
     auto fake = std::make_shared<FakePrivilegeMechanism>();
     AsOrdinaryUser user(fake);
     EXPECT_TRUE(QXFileManager::createDirectory(wanted));
     ASSERT_EQ(fake->calls.size(), 1);
-    EXPECT_EQ(fake->calls[0].tool, QStringLiteral("/bin/mkdir"));
-    EXPECT_EQ(fake->calls[0].arguments, (QStringList{QStringLiteral("-p"), wanted}));
-
+    EXPECT_EQ(fake->calls[0].tool, u"/bin/mkdir"_s);
+    EXPECT_EQ(fake->calls[0].arguments, (QStringList{u"-p"_s, wanted}));
     fake->executeAnswer = 1;
     EXPECT_FALSE(QXFileManager::createDirectory(wanted));
 
-    EXPECT_TRUE(QXFileManager::createDirectory(tree(QStringLiteral("a/b/c"))));
-    EXPECT_TRUE(QXFileManager::isDirectoryAtPath(tree(QStringLiteral("a/b/c"))));
+    EXPECT_TRUE(QXFileManager::createDirectory(t("a/b/c")));
+    EXPECT_TRUE(QXFileManager::isDirectoryAtPath(t("a/b/c")));
 }
 
 TEST_F(QXFileManagerTest, removingTakesFoldersAndDanglingLinksAndCallsMissingPathsDone) {
-    tree.file(QStringLiteral("dir/inner/f"), "x");
-    QFile::link(tree(QStringLiteral("gone")), tree(QStringLiteral("dangling")));
-    EXPECT_TRUE(QXFileManager::removeFile(tree(QStringLiteral("dir"))));
-    EXPECT_TRUE(QXFileManager::removeFile(tree(QStringLiteral("dangling"))));
-    EXPECT_TRUE(QXFileManager::removeFile(tree(QStringLiteral("never-was"))));
+    file("dir/inner/f");
+    QFile::link(t("gone"), t("dangling"));
+    for (const char* path : {"dir", "dangling", "never-was"})
+        EXPECT_TRUE(QXFileManager::removeFile(t(path))) << path;
     EXPECT_TRUE(tree.list().isEmpty());
 }
 
-// Points XDG_DATA_HOME at a folder that does not exist yet, for one test.
-class FreshDataHome {
-public:
-    explicit FreshDataHome(const QString& path) : m_old(qgetenv("XDG_DATA_HOME")) {
-        qputenv("XDG_DATA_HOME", QFile::encodeName(path));
-    }
-    ~FreshDataHome() { qputenv("XDG_DATA_HOME", m_old); }
-
-private:
-    QByteArray m_old;
-};
-
 TEST_F(QXFileManagerTest, trashingGoesToTheUsersTrashNotTheCurrentFolder) {
     // Without the data folder Qt would trash into the current folder.
-    FreshDataHome data(tree(QStringLiteral("data-home")));
-    const QString trash = tree(QStringLiteral("data-home/Trash/files"));
-    tree.file(QStringLiteral("folder/one.txt"), "1");
-    tree.file(QStringLiteral("folder/two.txt"), "2");
-    const QString before = QDir::currentPath();
-    EXPECT_TRUE(QXFileManager::trashDirectoryContents(tree(QStringLiteral("folder"))));
-    EXPECT_TRUE(tree.list(QStringLiteral("folder")).isEmpty());
-    EXPECT_TRUE(QFileInfo::exists(trash + u"/one.txt"_s));
-    EXPECT_TRUE(QFileInfo::exists(trash + u"/two.txt"_s));
-    EXPECT_FALSE(QFileInfo::exists(before + u"/one.txt"_s));
-    EXPECT_TRUE(QXFileManager::trashFile(tree(QStringLiteral("nothing-here"))));
-}
-
-// The entries of a zip archive: name -> (unix mode, data).
-QMap<QString, QPair<quint32, QByteArray>> readZip(const QString& path) {
-    QMap<QString, QPair<quint32, QByteArray>> entries;
-    int err = 0;
-    zip_t* za = zip_open(QFile::encodeName(path).constData(), ZIP_RDONLY, &err);
-    if (!za) return entries;
-    for (zip_int64_t i = 0; i < zip_get_num_entries(za, 0); ++i) {
-        const auto index = static_cast<zip_uint64_t>(i);
-        zip_uint8_t os = 0;
-        zip_uint32_t attributes = 0;
-        zip_file_get_external_attributes(za, index, 0, &os, &attributes);
-        zip_stat_t st;
-        zip_stat_index(za, index, 0, &st);
-        QByteArray data(static_cast<qsizetype>(st.size), '\0');
-        if (zip_file_t* f = zip_fopen_index(za, index, 0)) {
-            zip_fread(f, data.data(), st.size);
-            zip_fclose(f);
-        }
-        entries.insert(QString::fromUtf8(zip_get_name(za, index, 0)), {attributes >> 16, data});
-    }
-    zip_close(za);
-    return entries;
+    const QByteArray oldData = qgetenv("XDG_DATA_HOME");
+    qputenv("XDG_DATA_HOME", QFile::encodeName(t("data-home")));
+    file("folder/one.txt");
+    file("folder/two.txt");
+    EXPECT_TRUE(QXFileManager::trashDirectoryContents(t("folder")));
+    EXPECT_TRUE(QXFileManager::trashFile(t("nothing-here")));
+    qputenv("XDG_DATA_HOME", oldData);
+    EXPECT_TRUE(tree.list(u"folder"_s).isEmpty());
+    EXPECT_EQ(tree.list(u"data-home/Trash/files"_s), (QStringList{u"one.txt"_s, u"two.txt"_s}));
+    EXPECT_FALSE(QFileInfo::exists(QDir::currentPath() + u"/one.txt"_s));
 }
 
 TEST_F(QXFileManagerTest, compressingKeepsTheParentFolderAndStoresLinksAsLinks) {
-    tree.file(QStringLiteral("Logs/a.log"), "alpha");
-    tree.file(QStringLiteral("Logs/sub/b.log"), "beta");
-    QFile::link(QStringLiteral("/nowhere/at/all"), tree(QStringLiteral("Logs/dangling.log")));
-    const QString archive = tree(QStringLiteral("out/Logs.zip"));
-    tree.dir(QStringLiteral("out"));
-
-    ASSERT_TRUE(QXFileManager::compressFile(tree(QStringLiteral("Logs")), archive));
+    file("Logs/a.log", "alpha");
+    file("Logs/sub/b.log", "beta");
+    QFile::link(u"/nowhere/at/all"_s, t("Logs/dangling.log"));
+    const QString archive = tree.dir(u"out"_s) + u"/Logs.zip"_s;
+    ASSERT_TRUE(QXFileManager::compressFile(t("Logs"), archive));
     const auto entries = readZip(archive);
     EXPECT_EQ(entries.keys(), (QStringList{u"Logs/"_s, u"Logs/a.log"_s, u"Logs/dangling.log"_s,
                                            u"Logs/sub/"_s, u"Logs/sub/b.log"_s}));
-    EXPECT_EQ(entries.value(u"Logs/a.log"_s).second, QByteArray("alpha"));
     EXPECT_TRUE(S_ISREG(entries.value(u"Logs/a.log"_s).first));
+    EXPECT_EQ(entries.value(u"Logs/a.log"_s).second, QByteArray("alpha"));
     EXPECT_TRUE(S_ISDIR(entries.value(u"Logs/sub/"_s).first));
     EXPECT_TRUE(S_ISLNK(entries.value(u"Logs/dangling.log"_s).first));
     EXPECT_EQ(entries.value(u"Logs/dangling.log"_s).second, QByteArray("/nowhere/at/all"));
 
     // A second run replaces the archive; the old one goes to the trash, not away.
-    tree.file(QStringLiteral("Logs/c.log"), "gamma");
-    ASSERT_TRUE(QXFileManager::compressFile(tree(QStringLiteral("Logs")), archive));
+    file("Logs/c.log", "gamma");
+    ASSERT_TRUE(QXFileManager::compressFile(t("Logs"), archive));
     EXPECT_TRUE(readZip(archive).contains(u"Logs/c.log"_s));
     EXPECT_TRUE(
         QFileInfo::exists(QStandardPaths::writableLocation(QStandardPaths::GenericDataLocation) +
                           u"/Trash/files/Logs.zip"_s));
-}
 
-TEST_F(QXFileManagerTest, anArchiveThatCannotBeWrittenIsAFailure) {
-    tree.file(QStringLiteral("Logs/a.log"), "alpha");
-    EXPECT_FALSE(QXFileManager::compressFile(tree(QStringLiteral("Logs")),
-                                             tree(QStringLiteral("no/such/folder/x.zip"))));
-    EXPECT_FALSE(QXFileManager::compressFile(tree(QStringLiteral("missing")),
-                                             tree(QStringLiteral("x.zip"))));
-    EXPECT_FALSE(tree.exists(QStringLiteral("x.zip")));
-    EXPECT_TRUE(currentLogText().contains(QStringLiteral("Unable to compress ")));
+    EXPECT_FALSE(QXFileManager::compressFile(t("Logs"), t("no/such/folder/x.zip")));
+    EXPECT_FALSE(QXFileManager::compressFile(t("missing"), t("x.zip")));
+    EXPECT_FALSE(tree.exists(u"x.zip"_s));
+    EXPECT_TRUE(currentLogText().contains(u"Unable to compress "_s));
 }
 
 TEST_F(QXFileManagerTest, theLockedAttributeIsTheImmutableFlagWhereThereIsOne) {
-    const QString f = tree.file(QStringLiteral("dir/sub/f.txt"), "x");
-    const QString g = tree.file(QStringLiteral("dir/g.txt"), "y");
+    const QString f = file("dir/sub/f.txt"), g = file("dir/g.txt");
     EXPECT_FALSE(QXFileManager::isFileLocked(f));
-    EXPECT_FALSE(QXFileManager::isFileLocked(tree(QStringLiteral("missing"))));
-    EXPECT_FALSE(QXFileManager::lockFile(tree(QStringLiteral("missing"))));
+    EXPECT_FALSE(QXFileManager::isFileLocked(t("missing")));
+    EXPECT_FALSE(QXFileManager::lockFile(t("missing")));
     if (!QXFileManager::supportsLocking(f)) {
         EXPECT_FALSE(QXFileManager::lockFile(f));
         EXPECT_FALSE(QXFileManager::isFileLocked(f));
@@ -265,14 +190,12 @@ TEST_F(QXFileManagerTest, theLockedAttributeIsTheImmutableFlagWhereThereIsOne) {
     QXFileManager::unlockFile(f);
     EXPECT_FALSE(QXFileManager::isFileLocked(f));
 
-    QXFileManager::lockFolder(tree(QStringLiteral("dir")));
-    EXPECT_TRUE(QXFileManager::isFileLocked(f));
-    EXPECT_TRUE(QXFileManager::isFileLocked(g));
-    EXPECT_TRUE(QXFileManager::isFileLocked(tree(QStringLiteral("dir/sub"))));
-    EXPECT_FALSE(QXFileManager::isFileLocked(tree(QStringLiteral("dir"))));
-    QXFileManager::unlockFolder(tree(QStringLiteral("dir")));
+    QXFileManager::lockFolder(t("dir"));
+    for (const QString& locked : {f, g, t("dir/sub")})
+        EXPECT_TRUE(QXFileManager::isFileLocked(locked)) << locked.toStdString();
+    EXPECT_FALSE(QXFileManager::isFileLocked(t("dir")));
+    QXFileManager::unlockFolder(t("dir"));
     EXPECT_FALSE(QXFileManager::isFileLocked(f));
-
     // Removing unlocks first.
     QXFileManager::lockFile(g);
     EXPECT_TRUE(QXFileManager::removeFile(g));
@@ -280,12 +203,12 @@ TEST_F(QXFileManagerTest, theLockedAttributeIsTheImmutableFlagWhereThereIsOne) {
 }
 
 TEST_F(QXFileManagerTest, touchUpdatesTheModificationTime) {
-    const QString f = tree.file(QStringLiteral("old.txt"), "x");
-    struct utimbuf times = {1000000000, 1000000000};
+    const QString f = file("old.txt");
+    const utimbuf times = {1000000000, 1000000000};
     ::utime(QFile::encodeName(f).constData(), &times);
     EXPECT_TRUE(QXFileManager::touchFile(f, true));
     EXPECT_GT(QFileInfo(f).lastModified().toSecsSinceEpoch(), 1000000000);
-    EXPECT_FALSE(QXFileManager::touchFile(tree(QStringLiteral("missing"))));
+    EXPECT_FALSE(QXFileManager::touchFile(t("missing")));
 }
 
 } // namespace

@@ -1,282 +1,199 @@
 #include "QXLog.h"
-#include "ConsoleCapture.h"
 #include "PropertyList.h"
-#include "QXLocalPaths.h"
-#include "TempTree.h"
+#include "SupportTest.h"
 
 #include <QCoreApplication>
-#include <QDir>
-#include <QFile>
-#include <QFileInfo>
-#include <QRegularExpression>
 #include <QThread>
-#include <gtest/gtest.h>
 
-#include <chrono>
-#include <condition_variable>
-#include <future>
-#include <mutex>
 #include <thread>
+
+using namespace Qt::StringLiterals;
 
 namespace {
 
-using namespace std::chrono_literals;
-
-const QRegularExpression
-    kLine(QStringLiteral(R"(^\d{4}-\d\d-\d\d \d\d:\d\d:\d\d [+-]\d{4} - (.*)$)"));
-
 QString logPath(int generation) {
-    return QXLog::logFolder() + QStringLiteral("/LogTest.%1.log").arg(generation);
+    return QXLog::logFolder() + u"/LogTest.%1.log"_s.arg(generation);
 }
 
-void writeFile(const QString& path, const QByteArray& content) {
-    QDir().mkpath(QFileInfo(path).path());
-    QFile f(path);
-    ASSERT_TRUE(f.open(QIODevice::WriteOnly));
-    f.write(content);
-}
-
-// The message bodies of the log lines after the header.
+// The message bodies of the time-stamped lines (the header has none).
 QStringList bodies(const QString& text) {
+    static const QRegularExpression line(
+        u"^\\d{4}-\\d\\d-\\d\\d \\d\\d:\\d\\d:\\d\\d [+-]\\d{4} - (.*)$"_s);
     QStringList out;
-    for (const QString& line : text.split(u'\n', Qt::SkipEmptyParts)) {
-        const auto m = kLine.match(line);
-        if (m.hasMatch()) out << m.captured(1);
-    }
+    for (const QString& l : text.split(u'\n', Qt::SkipEmptyParts))
+        if (const auto m = line.match(l); m.hasMatch()) out << m.captured(1);
     return out;
+}
+
+QStringList cannotOpen(const QString& message) {
+    return {u"Unable to log the following information: "_s + message,
+            u"Unable to open log for output"_s};
 }
 
 class QXLogTest : public ::testing::Test {
 protected:
     void SetUp() override {
         QXLocalPaths::setUserIdForTesting(501);
-        QXLog::resetForTesting();
-        QXLog::sharedController().setAppName(QStringLiteral("LogTest"));
-        QDir(QXLocalPaths::logDirectory(true)).removeRecursively();
-        QFile::remove(QXLocalPaths::vendorPreferencesPath());
+        fresh();
     }
     void TearDown() override {
-        QXLog::resetForTesting();
-        QXConsole::setSink(nullptr);
-        QFile::remove(QXLocalPaths::vendorPreferencesPath());
-        QDir(QXLocalPaths::logDirectory(true)).removeRecursively();
+        fresh();
         QXLog::sharedController().setAppName(QString());
         QXLocalPaths::setUserIdForTesting(std::nullopt);
         QXLocalPaths::setConsoleUserForTesting(std::nullopt);
     }
+    void fresh() {
+        QXLog::resetForTesting();
+        QXLog::sharedController().setAppName(u"LogTest"_s);
+        QDir(QXLocalPaths::logDirectory(true)).removeRecursively();
+        QFile::remove(QXLocalPaths::vendorPreferencesPath());
+        console.clear();
+    }
     ConsoleCapture console;
 };
 
-TEST_F(QXLogTest, newLogHasTheHeaderThenOneLinePerMessage) {
+TEST_F(QXLogTest, newLogHasTheHeaderThenOneTrimmedLinePerMessage) {
     QXLog::createNewLog();
     EXPECT_EQ(QXLog::currentLogPath(), logPath(1));
-    QXLog::appendLog(QStringLiteral("  \n first message \t\n"));
+    QXLog::appendLog(u"  \n first message \t\n"_s);
     // Short messages are on disk when appendLog returns, without finishWriting.
     const QStringList lines = readText(logPath(1)).split(u'\n');
     ASSERT_EQ(lines.size(), 7);
-    EXPECT_TRUE(lines[0].startsWith(QStringLiteral("Log started: 20")));
-    EXPECT_EQ(lines[1], QStringLiteral("Version: ") + QStringLiteral(SEQMATE_VERSION));
-    EXPECT_EQ(lines[2], QStringLiteral("Path: ") + QCoreApplication::applicationFilePath());
-    EXPECT_TRUE(
-        QRegularExpression(QStringLiteral(R"(^System: Linux \S+, %1 CPU\(s\), \d+\.\d\d GB RAM$)")
-                               .arg(QThread::idealThreadCount()))
-            .match(lines[3])
-            .hasMatch())
+    EXPECT_TRUE(lines[0].startsWith(u"Log started: 20"_s));
+    EXPECT_EQ(lines[1], u"Version: "_s + QStringLiteral(SEQMATE_VERSION));
+    EXPECT_EQ(lines[2], u"Path: "_s + QCoreApplication::applicationFilePath());
+    EXPECT_TRUE(matches(u"System: Linux \\S+, %1 CPU\\(s\\), \\d+\\.\\d\\d GB RAM"_s.arg(
+                            QThread::idealThreadCount()),
+                        lines[3]))
         << qPrintable(lines[3]);
-    EXPECT_EQ(lines[4], QStringLiteral("Running in 64-bit mode"));
-    EXPECT_EQ(bodies(lines[5]), QStringList{QStringLiteral("first message")});
+    EXPECT_EQ(lines[4], u"Running in 64-bit mode"_s);
+    EXPECT_EQ(bodies(lines[5]), QStringList{u"first message"_s});
     EXPECT_EQ(lines[6], QString());
     // The header is not counted.
     EXPECT_EQ(QXLog::sharedController().bytesWritten(), quint64(lines[5].toUtf8().size() + 1));
     EXPECT_EQ(QXLog::sharedController().bytesInQueue(), 0u);
+
+    QXLog::appendLog(u"   \n"_s);
+    QXLog::appendLogAndPrint(u" missing path /x \n"_s);
+    QXLog::appendLogAndPrint(QString());
+    EXPECT_EQ(console.lines(), QStringList{u"missing path /x"_s});
+    EXPECT_EQ(bodies(currentLogText()),
+              (QStringList{u"first message"_s, QString(), u"missing path /x"_s}));
 }
 
-TEST_F(QXLogTest, linesBeforeAnyNewLogAppendToAnExistingFileOrGoToTheConsole) {
-    QXLog::appendLog(QStringLiteral("nowhere"));
-    EXPECT_EQ(console.lines(),
-              (QStringList{QStringLiteral("Unable to log the following information: nowhere"),
-                           QStringLiteral("Unable to open log for output")}));
+TEST_F(QXLogTest, withoutANewLogLinesAppendToAnExistingFileOrGoToTheConsole) {
+    QXLog::appendLog(u"nowhere"_s);
+    EXPECT_EQ(console.lines(), cannotOpen(u"nowhere"_s));
     EXPECT_FALSE(QFileInfo::exists(logPath(1)));
 
     writeFile(logPath(1), "kept\n");
-    QXLog::appendLog(QStringLiteral("appended"));
+    QXLog::appendLog(u"appended"_s);
     const QString text = readText(logPath(1));
-    EXPECT_TRUE(text.startsWith(QStringLiteral("kept\n")));
-    EXPECT_EQ(bodies(text), QStringList{QStringLiteral("appended")});
+    EXPECT_TRUE(text.startsWith(u"kept\n"_s));
+    EXPECT_EQ(bodies(text), QStringList{u"appended"_s});
 }
 
 TEST_F(QXLogTest, aFailedWriteIsReportedAndTheNextLineOpensAgain) {
     QDir().mkpath(QXLog::logFolder());
-    ASSERT_TRUE(QFile::link(QStringLiteral("/dev/full"), logPath(1)));
-    QXLog::appendLog(QStringLiteral("x"));
-    QXLog::appendLog(QStringLiteral("y"));
-    const QStringList lines = console.lines();
-    ASSERT_EQ(lines.size(), 2);
-    for (const QString& line : lines)
-        EXPECT_TRUE(line.startsWith(QStringLiteral("Exception writing to log: ")))
-            << qPrintable(line);
-    // A line that failed this way stays counted as pending.
-    EXPECT_EQ(QXLog::sharedController().bytesInQueue(), 2u);
+    ASSERT_TRUE(QFile::link(u"/dev/full"_s, logPath(1)));
+    QXLog::appendLog(u"x"_s);
+    QXLog::appendLog(u"y"_s);
+    ASSERT_EQ(console.lines().size(), 2);
+    for (const QString& line : console.lines())
+        EXPECT_TRUE(line.startsWith(u"Exception writing to log: "_s)) << qPrintable(line);
+    EXPECT_EQ(QXLog::sharedController().bytesInQueue(), 2u); // failed lines stay pending
 }
 
-TEST_F(QXLogTest, appendAndPrintAlsoGoesToTheConsole) {
-    QXLog::createNewLog();
-    QXLog::appendLogAndPrint(QStringLiteral(" missing path /x \n"));
-    QXLog::appendLogAndPrint(QString());
-    EXPECT_EQ(console.lines(), QStringList{QStringLiteral("missing path /x")});
-    EXPECT_EQ(bodies(currentLogText()), QStringList{QStringLiteral("missing path /x")});
-}
-
-TEST_F(QXLogTest, onlyShortMessagesWithLittlePendingWaitForTheWriter) {
-    // Hold the writer inside its console message about a missing log file.
-    std::mutex m;
-    std::condition_variable cv;
-    bool held = false, released = false;
-    QXConsole::setSink([&](const QString&) {
-        std::unique_lock lock(m);
-        held = true;
-        cv.notify_all();
-        cv.wait(lock, [&] { return released; });
-    });
-    QXLog::appendLog(QStringLiteral("")); // empty body: never waits
-    {
-        std::unique_lock lock(m);
-        ASSERT_TRUE(cv.wait_for(lock, 5s, [&] { return held; }));
-    }
-    const auto append = [](QString text) {
-        return std::async(std::launch::async, [text] { QXLog::appendLog(text); });
+TEST_F(QXLogTest, fiveGenerationsRotateSkippingGapsAndOnlyWithACurrentFile) {
+    const struct {
+        QMap<int, QByteArray> before, after; // after: generations 2 to 6
+    } cases[] = {
+        {{{1, "o1"}, {2, "o2"}, {3, "o3"}, {4, "o4"}, {5, "o5"}},
+         {{2, "o1"}, {3, "o2"}, {4, "o3"}, {5, "o4"}}},
+        {{{1, "one"}, {3, "three"}}, {{2, "one"}, {4, "three"}}},
+        {{{2, "two"}, {4, "four"}}, {{2, "two"}, {4, "four"}}},
     };
-    // Futures are kept until the writer is released: a future that waits blocks its destructor.
-    auto blank = append(QStringLiteral(" \t \n"));
-    const bool blankReturned = blank.wait_for(2s) == std::future_status::ready;
-    auto shortOne = append(QString(99, u'b')); // 99 units pending: waits
-    const bool shortWaited = shortOne.wait_for(300ms) == std::future_status::timeout;
-    auto longOne = append(QString(100, u'c'));
-    const bool longReturned = longOne.wait_for(2s) == std::future_status::ready;
-    auto burst = append(QStringLiteral("d")); // short, but 199 units are pending
-    const bool burstReturned = burst.wait_for(2s) == std::future_status::ready;
-    {
-        std::lock_guard lock(m);
-        released = true;
+    for (const auto& c : cases) {
+        SCOPED_TRACE(&c - cases);
+        fresh();
+        for (auto it = c.before.begin(); it != c.before.end(); ++it)
+            writeFile(logPath(it.key()), it.value());
+        QXLog::createNewLog();
+        EXPECT_TRUE(readText(logPath(1)).startsWith(u"Log started: "_s));
+        for (int n = 2; n <= 6; ++n)
+            EXPECT_EQ(readText(logPath(n)), QString::fromUtf8(c.after.value(n))) << n;
+        EXPECT_EQ(
+            QDir(QXLog::logFolder()).entryList(QDir::NoDotAndDotDot | QDir::AllEntries).size(),
+            c.after.size() + 1);
     }
-    cv.notify_all();
-    EXPECT_TRUE(blankReturned);
-    EXPECT_TRUE(shortWaited);
-    EXPECT_TRUE(longReturned);
-    EXPECT_TRUE(burstReturned);
-    EXPECT_EQ(shortOne.wait_for(5s), std::future_status::ready);
-    QXLog::finishWriting();
-    QXConsole::setSink(nullptr);
-    EXPECT_EQ(QXLog::sharedController().bytesInQueue(), 0u);
 }
 
-TEST_F(QXLogTest, blankMessageIsAnEmptyLineBody) {
-    QXLog::createNewLog();
-    QXLog::appendLog(QStringLiteral("   \n"));
-    EXPECT_EQ(bodies(currentLogText()), QStringList{QString()});
-}
-
-TEST_F(QXLogTest, fiveGenerationsRotateAndTheOldestGoes) {
-    for (int n = 1; n <= 5; ++n)
-        writeFile(logPath(n), QByteArray("old") + QByteArray::number(n));
-    QXLog::createNewLog();
-    EXPECT_TRUE(readText(logPath(1)).startsWith(QStringLiteral("Log started: ")));
-    for (int n = 2; n <= 5; ++n)
-        EXPECT_EQ(readText(logPath(n)), QStringLiteral("old%1").arg(n - 1));
-    EXPECT_FALSE(QFileInfo::exists(logPath(6)));
-}
-
-TEST_F(QXLogTest, rotationSkipsGapsAndNeedsACurrentFile) {
-    writeFile(logPath(1), "one");
-    writeFile(logPath(3), "three");
-    QXLog::createNewLog();
-    EXPECT_EQ(readText(logPath(2)), QStringLiteral("one"));
-    EXPECT_FALSE(QFileInfo::exists(logPath(3)));
-    EXPECT_EQ(readText(logPath(4)), QStringLiteral("three"));
-
-    QFile::remove(logPath(1));
-    QXLog::createNewLog(); // no current file: nothing moves
-    EXPECT_EQ(readText(logPath(2)), QStringLiteral("one"));
-    EXPECT_EQ(readText(logPath(4)), QStringLiteral("three"));
-}
-
-TEST_F(QXLogTest, aFailedMoveStopsTheNewLog) {
+TEST_F(QXLogTest, aFailedMoveOrAFileWhereTheFolderBelongsStopsTheNewLog) {
     writeFile(logPath(1), "one");
     writeFile(logPath(4), "four");
-    writeFile(logPath(5) + QStringLiteral("/inside"), "x"); // a folder that cannot be replaced
+    writeFile(logPath(5) + u"/inside"_s); // a folder that cannot be replaced
     QXLog::createNewLog();
-    EXPECT_TRUE(console.contains(
-        QStringLiteral("Unable to move file %1 to %2").arg(logPath(4), logPath(5))));
-    EXPECT_EQ(readText(logPath(1)), QStringLiteral("one"));
-}
+    EXPECT_EQ(console.lines(),
+              QStringList{u"Unable to move file %1 to %2"_s.arg(logPath(4), logPath(5))});
+    EXPECT_EQ(readText(logPath(1)), u"one"_s);
 
-TEST_F(QXLogTest, aFileWhereTheFolderBelongsIsReported) {
+    fresh();
     writeFile(QXLocalPaths::logDirectory(true), "not a folder");
     QXLog::createNewLog();
     EXPECT_EQ(console.lines(),
-              QStringList{QStringLiteral("Unable to create folder %1.").arg(QXLog::logFolder())});
+              QStringList{u"Unable to create folder %1."_s.arg(QXLog::logFolder())});
     console.clear();
-    QXLog::appendLog(QStringLiteral("lost"));
-    EXPECT_EQ(console.lines(),
-              (QStringList{QStringLiteral("Unable to log the following information: lost"),
-                           QStringLiteral("Unable to open log for output")}));
+    QXLog::appendLog(u"lost"_s);
+    EXPECT_EQ(console.lines(), cannotOpen(u"lost"_s));
     QFile::remove(QXLocalPaths::logDirectory(true));
 }
 
 TEST_F(QXLogTest, superUserWritesTheMachineWideLogButCreatesTheUserFolder) {
     QXLocalPaths::setUserIdForTesting(0);
     QXLocalPaths::setConsoleUserForTesting(QString());
-    const QString machine = QStringLiteral("/usr/local/share/Logs/Corvane");
-    const QString current = machine + QStringLiteral("/LogTest.1.log");
+    const QString current = u"/usr/local/share/Logs/Corvane/LogTest.1.log"_s;
     EXPECT_EQ(QXLog::currentLogPath(), current);
-    const bool machineFolder = QFileInfo(machine).isDir(); // made by an earlier privileged run?
+    const bool machineFolder = QFileInfo(current).dir().exists(); // from a privileged run?
     QXLog::createNewLog();
     EXPECT_TRUE(QFileInfo(QXLog::logFolder()).isDir());
     EXPECT_FALSE(QFileInfo::exists(logPath(1)));
     if (machineFolder) {
-        QXLog::appendLog(QStringLiteral("as root"));
+        QXLog::appendLog(u"as root"_s);
         const QString text = readText(current);
         QFile::remove(current);
-        EXPECT_TRUE(text.startsWith(QStringLiteral("Log started: ")));
-        EXPECT_EQ(bodies(text), QStringList{QStringLiteral("as root")});
+        EXPECT_TRUE(text.startsWith(u"Log started: "_s));
+        EXPECT_EQ(bodies(text), QStringList{u"as root"_s});
     } else {
         ASSERT_EQ(console.lines().size(), 1);
-        EXPECT_TRUE(console.lines()[0].startsWith(
-            QStringLiteral("Unable to create log file %1 - ").arg(current)));
+        EXPECT_TRUE(
+            console.lines()[0].startsWith(u"Unable to create log file %1 - "_s.arg(current)));
     }
 }
 
-class QXLogDisabledTest : public QXLogTest,
-                          public ::testing::WithParamInterface<std::pair<QVariant, bool>> {};
-
-TEST_P(QXLogDisabledTest, vendorPreferenceSwitchesLoggingOff) {
-    const auto& [value, disables] = GetParam();
-    QDir().mkpath(QXLocalPaths::prefsDirectory(true));
-    ASSERT_TRUE(PropertyList::writeFile(QXLocalPaths::vendorPreferencesPath(),
-                                        QVariantMap{{QStringLiteral("disable-logging"), value}}));
-    QXLog::createNewLog();
-    QXLog::appendLog(QStringLiteral("hello"));
-    QXLog::finishWriting();
-    EXPECT_EQ(QXLog::sharedController().loggingDisabled(), disables);
-    EXPECT_EQ(console.contains(QStringLiteral("Logging is disabled")), disables);
-    EXPECT_EQ(QFileInfo::exists(logPath(1)), !disables);
-    if (disables) {
-        EXPECT_FALSE(QFileInfo::exists(QXLog::logFolder()));
-        // Stays off for the process, even when the preference goes away.
+TEST_F(QXLogTest, vendorPreferenceSwitchesLoggingOffForTheProcess) {
+    const std::pair<QVariant, bool> cases[] = {
+        {u"1"_s, true},    {true, true},   {qlonglong(1), true},
+        {u"yes"_s, false}, {false, false}, {qlonglong(2), false},
+    };
+    for (const auto& [value, disables] : cases) {
+        SCOPED_TRACE(value.toString().toStdString());
+        fresh();
+        QDir().mkpath(QXLocalPaths::prefsDirectory(true));
+        ASSERT_TRUE(PropertyList::writeFile(QXLocalPaths::vendorPreferencesPath(),
+                                            QVariantMap{{u"disable-logging"_s, value}}));
+        QXLog::createNewLog();
+        QXLog::appendLog(u"hello"_s);
+        QXLog::finishWriting();
+        EXPECT_EQ(QXLog::sharedController().loggingDisabled(), disables);
+        EXPECT_EQ(console.contains(u"Logging is disabled"_s), disables);
+        EXPECT_EQ(QFileInfo::exists(QXLog::logFolder()), !disables);
+        // Stays off even when the preference goes away.
         QFile::remove(QXLocalPaths::vendorPreferencesPath());
         QXLog::createNewLog();
-        EXPECT_TRUE(QXLog::sharedController().loggingDisabled());
-        EXPECT_FALSE(QFileInfo::exists(logPath(1)));
+        EXPECT_EQ(QXLog::sharedController().loggingDisabled(), disables);
+        EXPECT_EQ(QFileInfo::exists(logPath(1)), !disables);
     }
 }
-
-INSTANTIATE_TEST_SUITE_P(Values, QXLogDisabledTest,
-                         ::testing::Values(std::pair{QVariant(QStringLiteral("1")), true},
-                                           std::pair{QVariant(true), true},
-                                           std::pair{QVariant(qlonglong(1)), true},
-                                           std::pair{QVariant(QStringLiteral("yes")), false},
-                                           std::pair{QVariant(false), false},
-                                           std::pair{QVariant(qlonglong(2)), false}));
 
 TEST_F(QXLogTest, passing500KBStartsANewLogThatSaysSo) {
     QXLog::createNewLog();
@@ -289,16 +206,15 @@ TEST_F(QXLogTest, passing500KBStartsANewLogThatSaysSo) {
     EXPECT_FALSE(QFileInfo::exists(logPath(2)));
 
     // The crossing line and the lines queued behind it.
-    QXLog::appendLog(QString(200, u'c'));
-    QXLog::appendLog(QString(200, u'd'));
-    QXLog::appendLog(QString(200, u'e'));
+    for (const char c : {'c', 'd', 'e'})
+        QXLog::appendLog(QString(200, QLatin1Char(c)));
     const QString fresh = currentLogText();
     const QStringList old = bodies(readText(logPath(2)));
     ASSERT_EQ(old.size(), 501);
     EXPECT_EQ(old.last(), QString(200, u'c'));
-    EXPECT_TRUE(fresh.startsWith(QStringLiteral("Log started: ")));
-    EXPECT_EQ(bodies(fresh), (QStringList{QStringLiteral("Log truncated at 500KB"),
-                                          QString(200, u'd'), QString(200, u'e')}));
+    EXPECT_TRUE(fresh.startsWith(u"Log started: "_s));
+    EXPECT_EQ(bodies(fresh),
+              (QStringList{u"Log truncated at 500KB"_s, QString(200, u'd'), QString(200, u'e')}));
 }
 
 TEST_F(QXLogTest, concurrentWritersLoseAndInterleaveNothing) {
@@ -308,20 +224,18 @@ TEST_F(QXLogTest, concurrentWritersLoseAndInterleaveNothing) {
     for (int t = 0; t < kThreads; ++t)
         threads.emplace_back([t] {
             for (int i = 0; i < kEach; ++i)
-                QXLog::appendLog(QStringLiteral("t%1 m%2 ").arg(t).arg(i) +
-                                 QString((i * 37) % 160, u'x'));
+                QXLog::appendLog(u"t%1 m%2 "_s.arg(t).arg(i) + QString((i * 37) % 160, u'x'));
         });
     for (auto& th : threads)
         th.join();
     const QStringList lines = bodies(currentLogText());
     ASSERT_EQ(lines.size(), kThreads * kEach);
     std::vector<int> next(kThreads, 0);
-    const QRegularExpression shape(QStringLiteral(R"(^t(\d) m(\d+)( x+)?$)"));
+    const QRegularExpression shape(u"^t(\\d) m(\\d+)( x+)?$"_s);
     for (const QString& body : lines) {
         const auto m = shape.match(body);
         ASSERT_TRUE(m.hasMatch()) << qPrintable(body);
-        const int t = m.captured(1).toInt();
-        EXPECT_EQ(m.captured(2).toInt(), next[t]++); // each thread's lines in its order
+        EXPECT_EQ(m.captured(2).toInt(), next[m.captured(1).toInt()]++); // each thread in order
     }
     EXPECT_EQ(QXLog::sharedController().bytesInQueue(), 0u);
 }
@@ -330,9 +244,9 @@ TEST_F(QXLogTest, givenNameYieldsToTheExecutableName) {
     QXLog::sharedController().setAppName(QString());
     const QString exe = QXLog::sharedController().appName();
     EXPECT_FALSE(exe.isEmpty());
-    QXLog::createNewLog(QStringLiteral("Other"));
+    QXLog::createNewLog(u"Other"_s);
     EXPECT_EQ(QXLog::sharedController().appName(), exe);
-    EXPECT_TRUE(QFileInfo::exists(QXLog::logFolder() + u'/' + exe + QStringLiteral(".1.log")));
+    EXPECT_TRUE(QFileInfo::exists(QXLog::logFolder() + u'/' + exe + u".1.log"_s));
 }
 
 } // namespace

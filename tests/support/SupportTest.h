@@ -1,12 +1,24 @@
 #pragma once
 
+// Shared by the support tests: console capture, file helpers and the test log.
 #include "QXConsole.h"
 #include "QXLocalPaths.h"
 #include "QXLog.h"
 #include "TempTree.h"
 
+#include <QDir>
+#include <QElapsedTimer>
+#include <QFile>
+#include <QFileInfo>
+#include <QMap>
 #include <QMutex>
+#include <QRegularExpression>
 #include <QStringList>
+#include <gtest/gtest.h>
+#include <zip.h>
+
+#include <functional>
+#include <thread>
 
 // Collects what the framework prints to the console while it lives.
 class ConsoleCapture {
@@ -36,6 +48,41 @@ private:
     QStringList m_lines;
 };
 
+// Writes a file at an absolute path, making its folders; false on failure.
+inline bool writeFile(const QString& path, const QByteArray& content = "x") {
+    QFile f(path);
+    return QDir().mkpath(QFileInfo(path).path()) && f.open(QIODevice::WriteOnly) &&
+           f.write(content) == content.size();
+}
+
+// Whether the whole text matches the regular expression.
+inline bool matches(const QString& pattern, const QString& text) {
+    return QRegularExpression(QRegularExpression::anchoredPattern(pattern)).match(text).hasMatch();
+}
+
+// The entries of a zip archive: name -> (unix mode, data).
+inline QMap<QString, std::pair<quint32, QByteArray>> readZip(const QString& path) {
+    QMap<QString, std::pair<quint32, QByteArray>> entries;
+    int err = 0;
+    zip_t* za = zip_open(QFile::encodeName(path).constData(), ZIP_RDONLY, &err);
+    if (!za) return entries;
+    for (zip_uint64_t i = 0; i < zip_uint64_t(zip_get_num_entries(za, 0)); ++i) {
+        zip_uint8_t os = 0;
+        zip_uint32_t attributes = 0;
+        zip_file_get_external_attributes(za, i, 0, &os, &attributes);
+        zip_stat_t st;
+        zip_stat_index(za, i, 0, &st);
+        QByteArray data(static_cast<qsizetype>(st.size), '\0');
+        if (zip_file_t* f = zip_fopen_index(za, i, 0)) {
+            zip_fread(f, data.data(), st.size);
+            zip_fclose(f);
+        }
+        entries.insert(QString::fromUtf8(zip_get_name(za, i, 0)), {attributes >> 16, data});
+    }
+    zip_close(za);
+    return entries;
+}
+
 // Starts a fresh log in the user's log folder. The tests run as root, whose
 // log goes to the machine-wide folder; the open file stays in use afterwards.
 inline void startUserLog() {
@@ -47,6 +94,25 @@ inline void startUserLog() {
 // The user's current log file's text once every queued line is written.
 inline QString currentLogText() {
     QXLog::finishWriting();
-    return readText(QXLog::logFolder() + QStringLiteral("/") + QXLog::sharedController().appName() +
+    return readText(QXLog::logFolder() + u'/' + QXLog::sharedController().appName() +
                     QStringLiteral(".1.log"));
 }
+
+// Polls until the condition holds, for at most five seconds.
+inline bool waitFor(const std::function<bool()>& condition) {
+    QElapsedTimer clock;
+    clock.start();
+    while (!condition() && clock.elapsed() < 5000)
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    return condition();
+}
+
+// Base of the support tests that share the program's user log.
+class SupportTest : public ::testing::Test {
+protected:
+    static void SetUpTestSuite() { startUserLog(); }
+    // A path in the temporary tree.
+    QString t(const char* relative) const { return tree(QString::fromUtf8(relative)); }
+    ConsoleCapture console;
+    TempTree tree;
+};
