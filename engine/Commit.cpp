@@ -10,6 +10,8 @@
 
 #include <QDateTime>
 
+#include <cerrno>
+
 namespace {
 QString joinPath(const QString& dir, const QString& name) {
     if (dir.endsWith(u'/')) return dir + name;
@@ -48,13 +50,14 @@ public:
 private:
     void handle(QXFileItem& item);
     bool clearTheWay(QXFileItem& item, const QString& newPath);
-    void succeeded(QXFileItem& item, const QString& oldPath, const QString& newPath);
+    void succeeded(QXFileItem& item, const QString& oldPath, const QString& newPath,
+                   const QString& newName);
     void fail(const QXFileItem& item) {
         m_failed.append(QXFileItem::lastPathComponent(item.fullPath()));
     }
     // Records the move in the journal, makes it, and records how it went.
     QString move(RenameJournal::Kind kind, const QString& from, const QString& to,
-                 const QString& finalPath = QString());
+                 const QString& finalPath = QString(), int* errorCode = nullptr);
     RenameJournal& journal();
 
     MyDocument& m_doc;
@@ -75,10 +78,10 @@ RenameJournal& CommitRunner::journal() {
 }
 
 QString CommitRunner::move(RenameJournal::Kind kind, const QString& from, const QString& to,
-                           const QString& finalPath) {
+                           const QString& finalPath, int* errorCode) {
     RenameJournal& j = journal();
     const qint64 n = j.begin(kind, from, to, finalPath);
-    const QString error = FileMover::move(from, to);
+    const QString error = FileMover::move(from, to, errorCode);
     if (error.isEmpty())
         j.done(n);
     else
@@ -119,13 +122,14 @@ void CommitRunner::handle(QXFileItem& item) {
         return;
     }
     if (oldPath == newPath) {
-        succeeded(item, oldPath, newPath);
+        succeeded(item, oldPath, newPath, proposed);
         return;
     }
     if (oldPath.toLower() == newPath.toLower()) {
         // A case-insensitive volume sees one name: go through a unique one.
-        const QString tmp =
-            joinPath(folderOf(oldPath), QXFileItem::lastPathComponent(QXLocalPaths::tempFile()));
+        // The unique last component of QXLocalPaths::tempFile(), without the
+        // temporary folder that would be cut off again.
+        const QString tmp = joinPath(folderOf(oldPath), QXLocalPaths::uuid());
         QXLog::appendLog(QStringLiteral("Creating temp file %1 for %2").arg(tmp, oldPath));
         QString error = move(RenameJournal::Kind::Temp, oldPath, tmp, newPath);
         if (!error.isEmpty()) {
@@ -141,18 +145,25 @@ void CommitRunner::handle(QXFileItem& item) {
             QXLog::appendLog(QStringLiteral("Unable to move to %1. %2").arg(tmp, newPath));
             return;
         }
-        succeeded(item, oldPath, newPath);
+        succeeded(item, oldPath, newPath, proposed);
         return;
     }
-    if (FileMover::exists(newPath) && !clearTheWay(item, newPath)) return;
-    const QString error = move(RenameJournal::Kind::Rename, oldPath, newPath);
+    // The move itself tells whether something stands at the new name (it never
+    // replaces it), which spares a look-up per file; the rules for an existing
+    // target then apply as if it had been seen first.
+    int code = 0;
+    QString error = move(RenameJournal::Kind::Rename, oldPath, newPath, QString(), &code);
+    if (!error.isEmpty() && (code == EEXIST || FileMover::exists(newPath))) {
+        if (!clearTheWay(item, newPath)) return;
+        error = move(RenameJournal::Kind::Rename, oldPath, newPath);
+    }
     if (!error.isEmpty()) {
         fail(item);
         QXLog::appendLog(
             QStringLiteral("Unable to rename file %1 to %2. %3").arg(oldPath, newPath, error));
         return;
     }
-    succeeded(item, oldPath, newPath);
+    succeeded(item, oldPath, newPath, proposed);
 }
 
 // Moves whatever stands at newPath out of the way; false when item failed.
@@ -232,10 +243,11 @@ bool CommitRunner::clearTheWay(QXFileItem& item, const QString& newPath) {
     }
 }
 
-void CommitRunner::succeeded(QXFileItem& item, const QString& oldPath, const QString& newPath) {
+void CommitRunner::succeeded(QXFileItem& item, const QString& oldPath, const QString& newPath,
+                             const QString& newName) {
     // Re-pointing to the same folder changes nothing; skip the walk over the list.
     if (item.isDir() && oldPath != newPath) m_doc.updateFilesInFolder(oldPath, newPath);
-    item.synchronize();
+    item.setFileName(newName); // synchronize, with the name already built
     if (oldPath != newPath) m_doc.noteItemPathChanged(&item, oldPath);
 }
 

@@ -141,12 +141,13 @@ bool FileMover::exists(const QString& path) {
     return ::lstat(QFile::encodeName(path).constData(), &st) == 0;
 }
 
-QString FileMover::move(const QString& from, const QString& to) {
+QString FileMover::move(const QString& from, const QString& to, int* errorCode) {
     quint64 number = 0;
-    if (const int e = before(Op::Move, from, to, &number)) return errorText(e);
-    if (const int e =
-            moveNoReplace(QFile::encodeName(from).constData(), QFile::encodeName(to).constData()))
-        return errorText(e);
+    int e = before(Op::Move, from, to, &number);
+    if (e == 0)
+        e = moveNoReplace(QFile::encodeName(from).constData(), QFile::encodeName(to).constData());
+    if (errorCode) *errorCode = e;
+    if (e != 0) return errorText(e);
     after(Op::Move, from, to, number);
     return QString();
 }

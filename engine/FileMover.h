@@ -33,8 +33,9 @@ public:
     // Test seam: take the fallback path as if renameat2 were unsupported.
     static void setForceFallbackForTesting(bool force);
 
-    // Renames from to to (one volume). Never overwrites.
-    static QString move(const QString& from, const QString& to);
+    // Renames from to to (one volume). Never overwrites. errorCode, when
+    // given, receives the errno value (0 on success).
+    static QString move(const QString& from, const QString& to, int* errorCode = nullptr);
     // Moves a file or folder to the user's trash; the path it got there.
     static QString moveToTrash(const QString& path, QString* pathInTrash);
     // Creates a folder and any missing parents.

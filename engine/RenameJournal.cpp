@@ -48,6 +48,7 @@ bool folderIsEmpty(const QString& dir) {
 } // namespace
 
 RenameJournal::~RenameJournal() {
+    flush();
     if (m_fd >= 0) ::close(m_fd);
 }
 
@@ -148,8 +149,10 @@ qint64 RenameJournal::begin(Kind kind, const QString& from, const QString& to,
                             const QString& finalPath) {
     if (m_fd < 0) return 0;
     const qint64 n = m_next++;
-    QByteArray line = "move\t" + QByteArray::number(n) + '\t' + kindName(kind).toLatin1() + '\t' +
-                      encodePath(from) + '\t' + encodePath(to);
+    QByteArray line;
+    line.swap(m_pending);
+    line += "move\t" + QByteArray::number(n) + '\t' + kindName(kind).toLatin1() + '\t' +
+            encodePath(from) + '\t' + encodePath(to);
     if (!finalPath.isEmpty()) line += '\t' + encodePath(finalPath);
     line += '\n';
     writeRecord(line);
@@ -158,19 +161,28 @@ qint64 RenameJournal::begin(Kind kind, const QString& from, const QString& to,
 
 void RenameJournal::done(qint64 number, const QString& where) {
     if (m_fd < 0 || number <= 0) return;
-    QByteArray line = "done\t" + QByteArray::number(number);
-    if (!where.isEmpty()) line += '\t' + encodePath(where);
-    writeRecord(line + '\n');
+    m_pending += "done\t" + QByteArray::number(number);
+    if (!where.isEmpty()) m_pending += '\t' + encodePath(where);
+    m_pending += '\n';
 }
 
 void RenameJournal::failed(qint64 number, const QString& error) {
     if (m_fd < 0 || number <= 0) return;
-    writeRecord("fail\t" + QByteArray::number(number) + '\t' + encodePath(error) + '\n');
+    m_pending += "fail\t" + QByteArray::number(number) + '\t' + encodePath(error) + '\n';
+}
+
+void RenameJournal::flush() {
+    if (m_fd < 0 || m_pending.isEmpty()) return;
+    QByteArray line;
+    line.swap(m_pending);
+    writeRecord(line);
 }
 
 void RenameJournal::complete() {
     if (m_fd < 0) return;
-    if (writeRecord(QByteArrayLiteral("complete\n"))) ::fdatasync(m_fd);
+    QByteArray line;
+    line.swap(m_pending);
+    if (writeRecord(line + "complete\n")) ::fdatasync(m_fd);
     if (m_fd >= 0) ::close(m_fd);
     m_fd = -1;
 }

@@ -20,10 +20,14 @@
 //   fail  <n> <error>                           after it failed
 //   complete                                    the commit ended
 //   undone <journal>                            undone by that journal
-// Each record is one write(2) on an O_APPEND descriptor: a killed process
-// leaves every record it wrote, since the data is in the page cache. The file
-// is fdatasync'ed after the header and after the last record, not after each
-// one: a sync per record would cost about 20x the rename itself.
+// Each record of a move is one write(2) on an O_APPEND descriptor, made before
+// the move: a killed process leaves every record it wrote, since the data is
+// in the page cache. The "done" and "fail" marks ride along with the next
+// record (one write per move, not two); a move whose mark was lost is judged
+// by what the disk shows. The file is fdatasync'ed after the header and after
+// the last record, not after each one: on ext4 a sync per record costs about
+// ten times the rename itself (bench/commit_bench.sh measures it), and a power
+// cut loses the file system's own last few seconds of renames as well.
 class RenameJournal {
 public:
     enum class Kind {
@@ -75,6 +79,8 @@ public:
     void failed(qint64 number, const QString& error);
     // The final record; syncs and closes the file.
     void complete();
+    // Writes the marks that wait for the next record.
+    void flush();
 
     static QString kindName(Kind kind);
     static std::optional<Kind> kindFromName(const QString& name);
@@ -119,5 +125,6 @@ private:
     bool writeRecord(const QByteArray& line);
     int m_fd = -1;
     QString m_path;
+    QByteArray m_pending; // done/fail marks not yet written
     qint64 m_next = 1;
 };

@@ -2,14 +2,24 @@
 
 #include <QStandardPaths>
 #include <cerrno>
+#include <utility>
 
 namespace {
 
 using Kind = RenameJournal::Kind;
 
+// The steps that were made (a move refused because the name was taken is
+// recorded too, as failed).
+QList<RenameJournal::Step> made(const RenameJournal::Contents& c) {
+    QList<RenameJournal::Step> out;
+    for (const auto& s : c.steps)
+        if (s.state == RenameJournal::State::Done) out.append(s);
+    return out;
+}
+
 QList<Kind> kinds(const RenameJournal::Contents& c) {
     QList<Kind> out;
-    for (const auto& s : c.steps)
+    for (const auto& s : made(c))
         out.append(s.kind);
     return out;
 }
@@ -116,12 +126,13 @@ TEST_F(CommitTest, SwappingTwoBatchFilesMovesTheSecondAsideFirst) {
     const auto j = RenameJournal::read(doc.lastJournalPath());
     ASSERT_TRUE(j);
     ASSERT_EQ(kinds(*j), (QList<Kind>{Kind::Aside, Kind::Rename, Kind::Rename}));
+    const QList<RenameJournal::Step> steps = made(*j);
     EXPECT_TRUE(QRegularExpression(QRegularExpression::anchoredPattern(tree.path() + u"/b_"_s +
                                                                        stamp() + u"\\.txt"_s))
-                    .match(j->steps[0].to)
+                    .match(steps[0].to)
                     .hasMatch())
-        << j->steps[0].to.toStdString();
-    EXPECT_EQ(j->steps[2].from, j->steps[0].to);
+        << steps[0].to.toStdString();
+    EXPECT_EQ(steps[2].from, steps[0].to);
 }
 
 // A file outside the batch at the target, by conflict action: where it ends up.
@@ -177,9 +188,10 @@ TEST_F(CommitTest, TrashedFileIsInTheTrashAndTheJournalSaysWhere) {
     ASSERT_TRUE(doc.copyFiles());
     const auto j = RenameJournal::read(doc.lastJournalPath());
     ASSERT_TRUE(j);
-    ASSERT_EQ(j->steps[0].kind, Kind::Trash);
-    EXPECT_EQ(readText(j->steps[0].where), u"foreign"_s);
-    EXPECT_TRUE(j->steps[0].where.startsWith(
+    const RenameJournal::Step trashed = made(*j).value(0);
+    ASSERT_EQ(trashed.kind, Kind::Trash);
+    EXPECT_EQ(readText(trashed.where), u"foreign"_s);
+    EXPECT_TRUE(trashed.where.startsWith(
         QStandardPaths::writableLocation(QStandardPaths::GenericDataLocation)));
 }
 
@@ -255,6 +267,17 @@ TEST_F(CommitTest, MissingFolderAndFileStandingForAFolderFail) {
     EXPECT_EQ(tree.read(QStringLiteral("b.txt")), "b.txt");
 }
 
+TEST_F(CommitTest, NameOverTheFileSystemLimitFails) {
+    const FileList f = batch({QStringLiteral("a")});
+    const QString longName(300, u'n');
+    propose(f[0], longName);
+    EXPECT_FALSE(doc.copyFiles());
+    EXPECT_TRUE(
+        logMessages().contains(QStringLiteral("Unable to rename file %1 to %2. File name too long")
+                                   .arg(tree(u"a"_s), tree(longName))));
+    EXPECT_EQ(tree.list(), QStringList{u"a"_s});
+}
+
 // Faults injected into one operation, and the log line each one gives.
 struct FaultCase {
     const char* name;
@@ -315,8 +338,8 @@ TEST_F(CommitTest, FailedMoveAsideKeepsTheDatedNameOnTheItemInTheWay) {
     const FileList f = batch({QStringLiteral("a.txt"), QStringLiteral("b.txt")});
     propose(f[0], QStringLiteral("b.txt"));
     propose(f[1], QStringLiteral("c.txt"));
-    FileMover::setFaultHook([](const FileMover::FaultPoint& p) {
-        return p.phase == FileMover::Phase::Before && p.number == 1 ? EIO : 0;
+    FileMover::setFaultHook([this](const FileMover::FaultPoint& p) {
+        return p.phase == FileMover::Phase::Before && p.from == tree(u"b.txt"_s) ? EIO : 0;
     });
     EXPECT_FALSE(doc.copyFiles());
     EXPECT_TRUE(logMessages().contains(
@@ -328,27 +351,28 @@ TEST_F(CommitTest, FailedMoveAsideKeepsTheDatedNameOnTheItemInTheWay) {
     EXPECT_EQ(tree.list(), (QStringList{u"a.txt"_s, u"b.txt"_s}));
 }
 
-// Something that appears at the target after the check is never replaced,
-// not even an empty folder, which rename(2) would silently take the place of.
-TEST_F(CommitTest, TargetAppearingAfterTheCheckIsNeverReplaced) {
+// Something that appears at the new name just before the move is never
+// replaced, not even an empty folder (which rename(2) would take the place
+// of): the rules for an existing target deal with it.
+TEST_F(CommitTest, TargetAppearingJustBeforeTheMoveIsNeverReplaced) {
     const FileList f = batch({QStringLiteral("dir/"), QStringLiteral("file")});
     propose(f[0], QStringLiteral("newdir"));
     propose(f[1], QStringLiteral("newfile"));
+    bool dirMade = false, fileMade = false;
     FileMover::setFaultHook([&](const FileMover::FaultPoint& p) {
-        if (p.phase == FileMover::Phase::Before) {
-            if (p.number == 1)
-                tree.dir(QStringLiteral("newdir"));
-            else
+        if (p.phase == FileMover::Phase::Before && p.op == FileMover::Op::Move) {
+            if (p.from == tree(u"dir"_s) && !std::exchange(dirMade, true))
+                tree.file(QStringLiteral("newdir/inside"), "in");
+            if (p.from == tree(u"file"_s) && !std::exchange(fileMade, true))
                 tree.file(QStringLiteral("newfile"), "keep");
         }
         return 0;
     });
-    EXPECT_FALSE(doc.copyFiles());
-    EXPECT_EQ(doc.lastFailedNames(), (QStringList{u"dir"_s, u"file"_s}));
-    EXPECT_EQ(tree.read(QStringLiteral("newfile")), "keep");
-    EXPECT_TRUE(tree.exists(QStringLiteral("dir")));
-    EXPECT_TRUE(logMessages().contains(QStringLiteral("Unable to rename file %1 to %2. File exists")
-                                           .arg(tree(u"file"_s), tree(u"newfile"_s))));
+    EXPECT_TRUE(doc.copyFiles());
+    EXPECT_EQ(tree.read(QStringLiteral("Conflicting files/newfile")), "keep");
+    EXPECT_EQ(tree.read(QStringLiteral("Conflicting files/newdir/inside")), "in");
+    EXPECT_EQ(tree.read(QStringLiteral("newfile")), "file");
+    EXPECT_EQ(tree.list(u"newdir"_s), QStringList());
 }
 
 TEST_F(CommitTest, CancellingStopsBeforeTheNextFile) {

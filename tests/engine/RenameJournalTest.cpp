@@ -105,10 +105,12 @@ TEST_F(RenameJournalTest, UndoBringsBackFromTheTrashAndRemovesTheFolderItMade) {
     EXPECT_TRUE(RenameJournal::undo(moved, &error).refused.isEmpty());
     EXPECT_FALSE(tree.exists(QStringLiteral("Conflicting files")));
     const auto j = RenameJournal::read(trashed);
-    const QString info = QXFileItem::deletingLastPathComponent(
-                             QXFileItem::deletingLastPathComponent(j->steps[0].where)) +
-                         u"/info/"_s + QXFileItem::lastPathComponent(j->steps[0].where) +
-                         u".trashinfo"_s;
+    QString where;
+    for (const auto& step : j->steps)
+        if (step.kind == RenameJournal::Kind::Trash) where = step.where;
+    const QString info =
+        QXFileItem::deletingLastPathComponent(QXFileItem::deletingLastPathComponent(where)) +
+        u"/info/"_s + QXFileItem::lastPathComponent(where) + u".trashinfo"_s;
     EXPECT_TRUE(QFile::exists(info));
     EXPECT_TRUE(RenameJournal::undo(trashed, &error).refused.isEmpty());
     EXPECT_EQ(tree.read(QStringLiteral("y")), "foreign");
