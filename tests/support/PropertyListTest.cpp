@@ -30,21 +30,19 @@ QVariantMap sample() {
     QByteArray bytes;
     for (int i = 0; i < 256; ++i)
         bytes.append(static_cast<char>(i));
-    return {
-        {u"name"_s, u"Ünïcødé 日本 🎞 <&> \"'"_s},
-        {u"empty"_s, QString()},
-        {u"line\rends"_s, u" a\rb\r\nc\td \n"_s},
-        {u"negative"_s, qlonglong(-42)},
-        {u"min"_s, std::numeric_limits<qlonglong>::min()},
-        {u"max"_s, std::numeric_limits<qlonglong>::max()},
-        {u"unsigned"_s, kBig},
-        {u"ratio"_s, 0.1},
-        {u"flags"_s, QVariantList{true, false}},
-        {u"when"_s, QDateTime(QDate(2011, 3, 24), QTime(10, 45, 32), QTimeZone::utc())},
-        {u"bytes"_s, bytes},
-        {u"nested"_s,
-         QVariantList{QVariantMap{{u"deep"_s, QVariantList{QVariantList{}}}}, QVariantMap{}}},
-    };
+    return {{u"name"_s, u"Ünïcødé 日本 🎞 <&> \"'"_s},
+            {u"empty"_s, QString()},
+            {u"line\rends"_s, u" a\rb\r\nc\td \n"_s},
+            {u"negative"_s, qlonglong(-42)},
+            {u"min"_s, std::numeric_limits<qlonglong>::min()},
+            {u"max"_s, std::numeric_limits<qlonglong>::max()},
+            {u"unsigned"_s, kBig},
+            {u"ratio"_s, 0.1},
+            {u"flags"_s, QVariantList{true, false}},
+            {u"bytes"_s, bytes},
+            {u"when"_s, QDateTime(QDate(2011, 3, 24), QTime(10, 45, 32), QTimeZone::utc())},
+            {u"nested"_s,
+             QVariantList{QVariantMap{{u"deep"_s, QVariantList{QVariantList{}}}}, QVariantMap{}}}};
 }
 
 // Flips random bytes from the given offset on; parsing must return, whatever it returns.
@@ -121,49 +119,42 @@ TEST(PropertyListTest, malformedInputGivesAnErrorNotACrash) {
     fuzz(good, 2000, 3);
 }
 
-// Binary property lists made by the library in the test, then read back.
-struct Plist {
-    plist_t node;
-    ~Plist() { plist_free(node); }
-    QByteArray bin() const {
-        char* out = nullptr;
-        uint32_t length = 0;
-        plist_to_bin(node, &out, &length);
-        QByteArray data(out, static_cast<qsizetype>(length));
-        std::free(out);
-        return data;
-    }
-};
+// A binary property list written by the library; the node is freed.
+QByteArray binary(plist_t node) {
+    char* out = nullptr;
+    uint32_t length = 0;
+    plist_to_bin(node, &out, &length);
+    QByteArray data(out, static_cast<qsizetype>(length));
+    std::free(out);
+    plist_free(node);
+    return data;
+}
 
 TEST(PropertyListTest, readsBinaryPropertyLists) {
-    Plist root{plist_new_dict()};
-    plist_dict_set_item(root.node, "name", plist_new_string("Frame ü"));
-    plist_dict_set_item(root.node, "count", plist_new_uint(42));
-    plist_dict_set_item(root.node, "big", plist_new_uint(kBig));
-    plist_dict_set_item(root.node, "ratio", plist_new_real(0.5));
-    plist_dict_set_item(root.node, "flag", plist_new_bool(1));
-    plist_dict_set_item(root.node, "when", plist_new_date(86400, 0));
-    plist_dict_set_item(root.node, "blob", plist_new_data("\x00\x01\xff", 3));
     plist_t list = plist_new_array();
     plist_array_append_item(list, plist_new_string("a"));
     plist_array_append_item(list, plist_new_dict());
-    plist_dict_set_item(root.node, "list", list);
-
+    const std::tuple<const char*, plist_t, QVariant> items[] = {
+        {"name", plist_new_string("Frame ü"), u"Frame ü"_s},
+        {"count", plist_new_uint(42), qlonglong(42)},
+        {"big", plist_new_uint(kBig), kBig},
+        {"ratio", plist_new_real(0.5), 0.5},
+        {"flag", plist_new_bool(1), true},
+        {"when", plist_new_date(86400, 0),
+         QDateTime(QDate(2001, 1, 2), QTime(0, 0), QTimeZone::utc())},
+        {"blob", plist_new_data("\x00\x01\xff", 3), QByteArray("\x00\x01\xff", 3)},
+        {"list", list, QVariantList{u"a"_s, QVariantMap{}}}};
+    plist_t root = plist_new_dict();
+    QVariantMap expected;
+    for (const auto& [key, node, value] : items) {
+        plist_dict_set_item(root, key, node);
+        expected.insert(QString::fromUtf8(key), value);
+    }
     TempTree tree;
     QString error;
     const QVariantMap back =
-        PropertyList::readFile(tree.file(u"b.plist"_s, root.bin()), &error).toMap();
+        PropertyList::readFile(tree.file(u"b.plist"_s, binary(root)), &error).toMap();
     EXPECT_TRUE(error.isEmpty()) << qPrintable(error);
-    const QVariantMap expected{
-        {u"name"_s, u"Frame ü"_s},
-        {u"count"_s, qlonglong(42)},
-        {u"big"_s, kBig},
-        {u"ratio"_s, 0.5},
-        {u"flag"_s, true},
-        {u"when"_s, QDateTime(QDate(2001, 1, 2), QTime(0, 0), QTimeZone::utc())},
-        {u"blob"_s, QByteArray("\x00\x01\xff", 3)},
-        {u"list"_s, QVariantList{u"a"_s, QVariantMap{}}},
-    };
     EXPECT_EQ(back, expected);
     EXPECT_EQ(back.value(u"big"_s).typeId(), QMetaType::ULongLong);
     EXPECT_EQ(back.value(u"count"_s).typeId(), QMetaType::LongLong);
@@ -171,13 +162,10 @@ TEST(PropertyListTest, readsBinaryPropertyLists) {
 
 TEST(PropertyListTest, hostileBinaryInputIsRefused) {
     const auto nested = [](int depth) {
-        Plist root{plist_new_array()};
-        for (plist_t at = root.node; depth-- > 0;) {
-            plist_t inner = plist_new_array();
-            plist_array_append_item(at, inner);
-            at = inner;
-        }
-        return root.bin();
+        plist_t root = plist_new_array();
+        for (plist_t at = root; depth-- > 0; at = plist_array_get_item(at, 0))
+            plist_array_append_item(at, plist_new_array());
+        return binary(root);
     };
     EXPECT_TRUE(parse(nested(100)).isValid());
     QString error;
@@ -185,21 +173,19 @@ TEST(PropertyListTest, hostileBinaryInputIsRefused) {
     EXPECT_FALSE(error.isEmpty());
     const QByteArray good = nested(3);
     EXPECT_FALSE(parse(good.left(good.size() - 5)).isValid());
+    // An array holding itself (one object, referring to object 0), its offset table and trailer.
+    EXPECT_FALSE(parse(QByteArray("bplist00\xa1\x00\x08"
+                                  "\0\0\0\0\0\0\x01\x01"
+                                  "\0\0\0\0\0\0\0\x01"
+                                  "\0\0\0\0\0\0\0\0"
+                                  "\0\0\0\0\0\0\0\x0a",
+                                  43))
+                     .isValid());
 
-    // An array holding itself: one object, a one-byte reference to object 0.
-    QByteArray loop("bplist00\xa1\x00", 10);
-    const char table = char(loop.size());
-    loop += '\x08';                           // offset table: the array starts at 8
-    loop += QByteArray(6, '\0') + "\x01\x01"; // offset and reference sizes
-    loop += QByteArray(7, '\0') + '\x01';     // one object
-    loop += QByteArray(8, '\0');              // top object 0
-    loop += QByteArray(7, '\0') + table;      // offset table position
-    EXPECT_FALSE(parse(loop).isValid());
-
-    Plist dict{plist_new_dict()};
-    plist_dict_set_item(dict.node, "k", plist_new_string("value"));
-    plist_dict_set_item(dict.node, "n", plist_new_uint(7));
-    fuzz(dict.bin(), 3000, 1, 8);
+    plist_t dict = plist_new_dict();
+    plist_dict_set_item(dict, "k", plist_new_string("value"));
+    plist_dict_set_item(dict, "n", plist_new_uint(7));
+    fuzz(binary(dict), 3000, 1, 8);
 }
 
 TEST(PropertyListTest, writeFileRefusesWithoutTouchingTheOldFile) {

@@ -165,6 +165,8 @@ TEST_F(QXAuthorizationTest, trashingANameAlreadyInTheTrashAddsATimeStamp) {
     AsOrdinaryUser user(fake);
     fake->runForReal = true;
     const QString trash = QXLocalPaths::trashDirectory();
+    for (const QString& old : QDir(trash).entryList({u"clip*"_s, u"notes*"_s})) // repetitions
+        QFile::remove(trash + u'/' + old);
     writeFile(trash + u"/clip.mov"_s);
     const QString clip = tree.file(u"clip.mov"_s, "new"), notes = tree.file(u"notes"_s, "n");
     EXPECT_TRUE(auth().authTrashFile(clip));

@@ -119,7 +119,6 @@ TEST_F(QXBugReporterTest, theLastMatchingEntryOfTheFirstFolderWithOneCounts) {
     // The classic folder is looked at first.
     const QString classic = report(u"Probe_2010-01-01-000000_h.crash"_s, 30, u"CrashReporter"_s);
     EXPECT_EQ(QXBugReporter::checkForCrashes(app, plist), classic);
-    EXPECT_EQ(QXBugReporter::reportFolders().size(), 4);
 }
 
 TEST_F(QXBugReporterTest, theCrashReporterCanBeSwitchedOffForTheVendorsApplications) {
@@ -192,32 +191,19 @@ TEST_F(QXBugReporterTest, theBugReporterShowsTheReportAndKeepsCopiesWithoutOverw
 }
 
 TEST(CrashHandlerTest, timeStampsAreCivilDatesWithoutTheCLibrary) {
-    const struct {
-        long long seconds;
-        long offset;
-        const char* text;
-    } cases[] = {
-        {0, 0, "1970-01-01-000000"},
-        {951782400, 0, "2000-02-29-000000"},
-        {1299161109, 0, "2011-03-03-140509"},
-        {1299161109, 3600, "2011-03-03-150509"},
-        {1299113999, -7200, "2011-03-02-225959"},
-        {4107542399, 0, "2100-02-28-235959"},
-        {4107542400, 0, "2100-03-01-000000"},
-        {-1, 0, "1969-12-31-235959"},
-    };
+    // The epoch's edges, leap days, the century rule, then a sweep across two centuries.
+    QList<long long> seconds = {0, -1, 951782400, 1299161109, 4107542399, 4107542400};
+    for (long long s = -86400LL * 365 * 30; s < 86400LL * 365 * 170; s += 86400LL * 37 + 3671)
+        seconds << s;
     char out[18];
-    for (const auto& c : cases) {
-        CrashHandler::formatTimestamp(c.seconds, c.offset, out);
-        EXPECT_STREQ(out, c.text) << c.seconds;
-    }
-    // A sweep across two centuries against Qt's calendar.
-    for (long long s = -86400LL * 365 * 30; s < 86400LL * 365 * 170; s += 86400LL * 37 + 3671) {
-        CrashHandler::formatTimestamp(s, 0, out);
-        ASSERT_EQ(QString::fromLatin1(out),
-                  QDateTime::fromSecsSinceEpoch(s, Qt::UTC).toString(u"yyyy-MM-dd-HHmmss"_s))
-            << s;
-    }
+    for (const long long s : seconds)
+        for (const long offset : {0L, 3600L, -7200L}) {
+            CrashHandler::formatTimestamp(s, offset, out);
+            ASSERT_EQ(
+                QString::fromLatin1(out),
+                QDateTime::fromSecsSinceEpoch(s + offset, Qt::UTC).toString(u"yyyy-MM-dd-HHmmss"_s))
+                << s << " " << offset;
+        }
 }
 
 TEST_F(QXBugReporterTest, aCrashWritesAReportTheNextLaunchFinds) {

@@ -1,8 +1,6 @@
 #include "QXLocalPaths.h"
 #include "SupportTest.h"
 
-#include <QSet>
-
 using namespace Qt::StringLiterals;
 
 namespace {
@@ -48,16 +46,12 @@ TEST_F(QXLocalPathsTest, ordinaryUserFoldersFollowTheXdgLayout) {
     } cases[] = {
         {QXLocalPaths::libraryDirectory(true), data},
         {QXLocalPaths::libraryDirectory(false), u"/usr/local/share"_s},
-        {QXLocalPaths::systemLibraryDirectory(), u"/usr/share"_s},
         {QXLocalPaths::prefsDirectory(true), data + u"/Preferences"_s},
         {QXLocalPaths::logDirectory(false), u"/usr/local/share/Logs"_s},
         {QXLocalPaths::cacheDirectory(true), qEnvironmentVariable("XDG_CACHE_HOME")},
-        {QXLocalPaths::appSupportDirectory(false), u"/etc/xdg"_s},
         {QXLocalPaths::applicationDirectory(true), home + u"/Applications"_s},
         {QXLocalPaths::adminApplicationDirectory(false), u"/usr/local/sbin"_s},
-        {QXLocalPaths::documentDirectory(false), QString()},
         {QXLocalPaths::desktopDirectory(), home + u"/Desktop"_s},
-        {QXLocalPaths::localDocumentationDirectory(), u"/usr/local/share/doc"_s},
         {QXLocalPaths::userDirectory(), home},
         {QXLocalPaths::trashDirectory(), data + u"/Trash/files"_s},
         {QXLocalPaths::vendorPreferencesPath(), data + u"/Preferences/com.corvane.global.plist"_s},
@@ -129,42 +123,22 @@ TEST_F(QXLocalPathsTest, consoleUserFallsBackToSudoThenPkexec) {
 }
 
 TEST_F(QXLocalPathsTest, systemDirectoryTable) {
-    const struct {
-        QString path;
-        bool loose, exact;
-    } cases[] = {
-        {u"/"_s, true, true},
-        {u"/a"_s, false, false},
-        {QString(), false, false},
-        {u"/u/"_s, false, false}, // cut to "/", which only step one protects
-        {home, true, true},
-        {home + u"/file.txt"_s, false, false},
-        {home + u"/"_s, false, false}, // the trailing-slash cut eats a character
-        {data, true, true},
-        {data + u"/Preferences"_s, true, true},
-        {data + u"/Logs"_s, false, false},
-        {home + u"/Desktop"_s, true, true},
-        {u"/usr"_s, true, false},
-        {u"/usr/x"_s, true, false},
-        {u"/usrdata"_s, true, false},
-        {u"/usr/share"_s, true, true},
-        {u"/usr/local/share/doc"_s, true, true},
-        {u"/var/tmp"_s, true, false},
-        {u"/private/var/db"_s, true, false},
-        {u"/System/Library/Fonts"_s, true, false},
-        {u"/Systems"_s, true, false},
-        {u"/opt"_s, true, true},
-        {u"/opt/"_s, false, false},
-        {u"/optx"_s, false, false},
-        {u"/etc/xdg"_s, true, true},
-        {u"/Users/Shared"_s, true, true},
-        {u"/Users/Shared/"_s, false, false},
-        {u"/Volumes"_s, true, true},
-        {u"/tmp"_s, false, false},
-    };
-    for (const auto& c : cases) {
-        EXPECT_EQ(QXLocalPaths::isPathSystemDirectory(c.path), c.loose) << qPrintable(c.path);
-        EXPECT_EQ(QXLocalPaths::isPathSystemDirectory(c.path, true), c.exact) << qPrintable(c.path);
+    QStringList exact = {u"/"_s,        u"/usr/share"_s, u"/usr/local/share/doc"_s, u"/opt"_s,
+                         u"/etc/xdg"_s, u"/Volumes"_s,   u"/Users/Shared"_s};
+    exact << home << data << data + u"/Preferences"_s << home + u"/Desktop"_s;
+    const QStringList looseOnly = {u"/usr"_s,     u"/usr/x"_s,          u"/usrdata"_s,
+                                   u"/var/tmp"_s, u"/private/var/db"_s, u"/System/Library/Fonts"_s,
+                                   u"/Systems"_s};
+    // "/u/" is cut to "/", which only the first rule protects; the trailing-slash cut eats a
+    // character.
+    const QStringList neither = {
+        u"/a"_s,           QString(),  u"/u/"_s,   home + u"/file.txt"_s, home + u"/"_s,
+        data + u"/Logs"_s, u"/opt/"_s, u"/optx"_s, u"/Users/Shared/"_s,   u"/tmp"_s};
+    for (const QString& path : exact + looseOnly + neither) {
+        EXPECT_EQ(QXLocalPaths::isPathSystemDirectory(path), !neither.contains(path))
+            << qPrintable(path);
+        EXPECT_EQ(QXLocalPaths::isPathSystemDirectory(path, true), exact.contains(path))
+            << qPrintable(path);
     }
 }
 
@@ -176,13 +150,9 @@ TEST_F(QXLocalPathsTest, timeMachineVolumesUuidsAndTempFiles) {
           {u"/home/Backups.backupdb"_s, false}})
         EXPECT_EQ(QXLocalPaths::isPathOnTimeMachineVolume(path), onBackup) << qPrintable(path);
 
-    QSet<QString> seen;
-    for (int i = 0; i < 100; ++i) {
-        const QString id = QXLocalPaths::uuid();
-        EXPECT_TRUE(matches(u"[0-9A-F]{8}(-[0-9A-F]{4}){3}-[0-9A-F]{12}"_s, id)) << qPrintable(id);
-        seen.insert(id);
-    }
-    EXPECT_EQ(seen.size(), 100);
+    const QString id = QXLocalPaths::uuid();
+    EXPECT_TRUE(matches(u"[0-9A-F]{8}(-[0-9A-F]{4}){3}-[0-9A-F]{12}"_s, id)) << qPrintable(id);
+    EXPECT_NE(QXLocalPaths::uuid(), id);
     const QString temp = QXLocalPaths::tempFile();
     EXPECT_TRUE(temp.startsWith(QDir::tempPath() + u'/'));
     EXPECT_FALSE(QFileInfo::exists(temp));

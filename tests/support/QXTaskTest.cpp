@@ -52,27 +52,19 @@ TEST_F(QXTaskTest, aLaunchTheSystemRefusesIsLoggedAndFails) {
     })) << console.lines().join(u'\n').toStdString();
 }
 
-TEST_F(QXTaskTest, terminationCodeIsTheExitStatus) {
-    EXPECT_EQ(QXTask::terminationCodeFromTask(sh, script("exit 3")), 3);
-    EXPECT_EQ(QXTask::terminationCodeFromTask(trueTool, {}), 0);
-    EXPECT_TRUE(QXTask::runTask(u"/bin/false"_s, {}));
-    EXPECT_EQ(QXTask::terminationCodeFromTaskWithInput(sh, script("read a; test \"$a\" = secret"),
-                                                       "secret\n"),
-              0);
-}
-
-TEST_F(QXTaskTest, outputAndTextFollowTheErrorWinsRule) {
+TEST_F(QXTaskTest, statusOutputAndTextFollowTheErrorWinsRule) {
     using enum QXTask::Encoding;
     const struct {
         const char* script;
         QXTask::Encoding encoding;
         QByteArray data;
         QString text;
+        int status = 0;
     } cases[] = {
         {"printf 'out'", ASCII, "out", u"out"_s},
-        {"printf 'out'; printf 'err' >&2", ASCII, "err", u"err"_s},
+        {"printf 'out'; printf 'err' >&2; exit 3", ASCII, "err", u"err"_s, 3},
         {"printf 'err' >&2; printf 'out'", ASCII, "err", u"err"_s},
-        {"true", ASCII, "", QString()},
+        {"false", ASCII, "", QString(), 1},
         {"cat", ASCII, "", QString()}, // standard input is at its end
         {"printf 'caf\\303\\251'", ASCII, "caf\xc3\xa9", QString()},
         {"printf 'caf\\303\\251'", UTF8, "caf\xc3\xa9", u"caf\u00e9"_s},
@@ -81,10 +73,15 @@ TEST_F(QXTaskTest, outputAndTextFollowTheErrorWinsRule) {
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.script);
+        EXPECT_EQ(QXTask::terminationCodeFromTask(sh, script(c.script)), c.status);
         EXPECT_EQ(QXTask::dataFromTask(sh, script(c.script)), std::optional(c.data));
         EXPECT_EQ(QXTask::stringFromTask(sh, script(c.script), c.encoding), c.text);
         EXPECT_EQ(QXTask::stringFromTask(sh, script(c.script), c.encoding, 5.0), c.text);
     }
+    EXPECT_TRUE(QXTask::runTask(u"/bin/false"_s, {})); // it ran
+    EXPECT_EQ(QXTask::terminationCodeFromTaskWithInput(sh, script("read a; test \"$a\" = secret"),
+                                                       "secret\n"),
+              0);
 }
 
 TEST_F(QXTaskTest, megabytesOnBothStreamsDoNotDeadlock) {

@@ -142,6 +142,7 @@ TEST_F(QXTroubleshootingTest, aMissingDesktopOrWorkFolderMeansNothingIsGathered)
     // A file standing where the temporary folder should be: ends quietly.
     frontEnd->alerts.clear();
     console.clear();
+    QDir().mkpath(desktop);
     qputenv("TMPDIR", QFile::encodeName(tree.file(u"blocker"_s)));
     EXPECT_EQ(gather().outcome, Outcome::Failed);
     EXPECT_TRUE(frontEnd->alerts.isEmpty());
