@@ -33,7 +33,8 @@ test-asan: deps
 	ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1 \
 	  ctest --test-dir $(ASAN_BUILD) --output-on-failure -j $(JOBS)
 
-bench: deps
+bench:
+	@scripts/install-deps --bench
 	cmake -S . -B $(BENCH_BUILD) -G Ninja -DCMAKE_BUILD_TYPE=Release -DSEQMATE_BENCH=ON
 	cmake --build $(BENCH_BUILD) -j $(JOBS)
 	@bench/run $(BENCH_BUILD)

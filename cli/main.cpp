@@ -10,9 +10,6 @@
 #include <QCoreApplication>
 #include <QDir>
 #include <QFileInfo>
-#include <QJsonArray>
-#include <QJsonDocument>
-#include <QJsonObject>
 #include <QSettings>
 #include <cstdio>
 
@@ -62,19 +59,51 @@ void printItems(const MyDocument& doc, bool fullPaths) {
     std::printf("%lld item(s)\n", static_cast<long long>(doc.fileCount()));
 }
 
-void printJson(const MyDocument& doc) {
-    QJsonArray rows;
-    for (const FileItemPtr& item : doc.fileArray()) {
-        const FileItemPtr preview = item->previewObject();
-        QJsonObject o;
-        o.insert(QStringLiteral("path"), item->fullPath());
-        o.insert(QStringLiteral("old"), item->fileName());
-        o.insert(QStringLiteral("new"), preview ? preview->fileName() : item->fileName());
-        o.insert(QStringLiteral("conflict"), preview && preview->isConflicting());
-        rows.append(o);
+// A JSON string literal in UTF-8. Written by hand because building a
+// QJsonDocument per row made the JSON output the slowest part of a preview of
+// 100,000 names; the escaping follows RFC 8259.
+void appendJsonString(QByteArray& out, const QString& text) {
+    out += '"';
+    const QByteArray utf8 = text.toUtf8();
+    for (const char c : utf8) {
+        const auto u = static_cast<unsigned char>(c);
+        if (c == '"' || c == '\\') {
+            out += '\\';
+            out += c;
+        } else if (u < 0x20) {
+            char esc[8];
+            std::snprintf(esc, sizeof esc, "\\u%04x", u);
+            out += esc;
+        } else {
+            out += c;
+        }
     }
-    const QByteArray text = QJsonDocument(rows).toJson(QJsonDocument::Indented);
-    std::fwrite(text.constData(), 1, static_cast<size_t>(text.size()), stdout);
+    out += '"';
+}
+
+// One JSON array of {"path", "old", "new", "conflict"} objects, in list order,
+// streamed in chunks.
+void printJson(const MyDocument& doc) {
+    const FileList files = doc.fileArray();
+    QByteArray out = "[";
+    for (qsizetype i = 0; i < files.size(); ++i) {
+        const FileItemPtr& item = files[i];
+        const FileItemPtr preview = item->previewObject();
+        out += i == 0 ? "\n  {\"path\": " : ",\n  {\"path\": ";
+        appendJsonString(out, item->fullPath());
+        out += ", \"old\": ";
+        appendJsonString(out, item->fileName());
+        out += ", \"new\": ";
+        appendJsonString(out, preview ? preview->fileName() : item->fileName());
+        out += preview && preview->isConflicting() ? ", \"conflict\": true}"
+                                                   : ", \"conflict\": false}";
+        if (out.size() > (1 << 16)) {
+            std::fwrite(out.constData(), 1, static_cast<size_t>(out.size()), stdout);
+            out.clear();
+        }
+    }
+    out += files.isEmpty() ? "]\n" : "\n]\n";
+    std::fwrite(out.constData(), 1, static_cast<size_t>(out.size()), stdout);
 }
 
 void printTable(const MyDocument& doc, bool fullPaths) {
@@ -148,7 +177,11 @@ int main(int argc, char** argv) {
     }
     TerminalView view;
     view.setQuiet(o.json);
-    MyDocument doc(&view);
+    // Kept until the process ends: freeing 100,000 items and their previews one
+    // by one would only delay the exit. The static keeps it reachable, so leak
+    // checkers do not count it.
+    static MyDocument* const document = new MyDocument(&view);
+    MyDocument& doc = *document;
 
     if (!o.batch.empty()) {
         const QString batch = q(o.batch);
