@@ -3,6 +3,7 @@
 // on them wraps, deliberately, and is never clamped.
 #include "MyDocument.h"
 #include "QXException.h"
+#include "ReloadAtExit.h"
 
 #include <QHash>
 
@@ -19,18 +20,6 @@ QVariant unsignedFrame(quint64 value) {
 quint64 frameOf(const QXFileItem& item) {
     return FrameValue::toUnsigned(item.frameNumber());
 }
-
-// Posts the table reload when the task ends, however it ends.
-class ReloadAtExit {
-public:
-    explicit ReloadAtExit(DocumentView& view) : m_view(view) {}
-    ~ReloadAtExit() { m_view.reloadTable(false); }
-    ReloadAtExit(const ReloadAtExit&) = delete;
-    ReloadAtExit& operator=(const ReloadAtExit&) = delete;
-
-private:
-    DocumentView& m_view;
-};
 
 } // namespace
 

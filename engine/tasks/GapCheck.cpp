@@ -3,6 +3,7 @@
 #include "MyDocument.h"
 #include "QXException.h"
 #include "QXLog.h"
+#include "ReloadAtExit.h"
 
 namespace {
 
@@ -15,17 +16,6 @@ QString asUnsigned32(quint64 value) {
 QString asSigned32(quint64 value) {
     return QString::number(static_cast<qint32>(static_cast<quint32>(value)));
 }
-
-class ReloadAtExit {
-public:
-    explicit ReloadAtExit(DocumentView& view) : m_view(view) {}
-    ~ReloadAtExit() { m_view.reloadTable(false); }
-    ReloadAtExit(const ReloadAtExit&) = delete;
-    ReloadAtExit& operator=(const ReloadAtExit&) = delete;
-
-private:
-    DocumentView& m_view;
-};
 
 } // namespace
 
