@@ -168,7 +168,10 @@ void RenameJournal::done(qint64 number, const QString& where) {
 
 void RenameJournal::failed(qint64 number, const QString& error) {
     if (m_fd < 0 || number <= 0) return;
+    // Written at once: a failed move left unmarked could later be judged made
+    // by what the disk shows (its source gone, something at its target).
     m_pending += "fail\t" + QByteArray::number(number) + '\t' + encodePath(error) + '\n';
+    flush();
 }
 
 void RenameJournal::flush() {
@@ -293,7 +296,8 @@ RenameJournal::UndoReport RenameJournal::undo(const QString& path, QString* erro
         return journal.begin(kind, from, to);
     };
     // Moves a file back unless it has left the place the journal gave it.
-    auto moveBack = [&](const QString& now, const QString& back) -> bool {
+    // unmarked: the move was never marked done, and is judged by the disk.
+    auto moveBack = [&](const QString& now, const QString& back, bool unmarked) -> bool {
         if (!FileMover::exists(now)) {
             report.refused.append(
                 QStringLiteral("Not undone: %1 is no longer at %2").arg(back, now));
@@ -315,7 +319,9 @@ RenameJournal::UndoReport RenameJournal::undo(const QString& path, QString* erro
         }
         journal.done(n);
         ++report.undone;
-        report.messages.append(QStringLiteral("%1 -> %2").arg(now, back));
+        report.messages.append(
+            QStringLiteral("%1 -> %2").arg(now, back) +
+            (unmarked ? QStringLiteral(" (the move was not marked done)") : QString()));
         return true;
     };
 
@@ -346,12 +352,12 @@ RenameJournal::UndoReport RenameJournal::undo(const QString& path, QString* erro
                     QStringLiteral(
                         "Not undone: %1 went to the trash; the journal does not say where")
                         .arg(s.from));
-            } else if (moveBack(s.where, s.from)) {
+            } else if (moveBack(s.where, s.from, false)) {
                 QFile::remove(trashInfoPath(s.where));
             }
             break;
         default:
-            moveBack(s.to, s.from);
+            moveBack(s.to, s.from, s.state == State::Pending);
             break;
         }
     }

@@ -23,11 +23,11 @@
 // Each record of a move is one write(2) on an O_APPEND descriptor, made before
 // the move: a killed process leaves every record it wrote, since the data is
 // in the page cache. The "done" and "fail" marks ride along with the next
-// record (one write per move, not two); a move whose mark was lost is judged
-// by what the disk shows. The file is fdatasync'ed after the header and after
-// the last record, not after each one: on ext4 a sync per record costs about
-// ten times the rename itself (bench/commit_bench.sh measures it), and a power
-// cut loses the file system's own last few seconds of renames as well.
+// record (one write per move, not two; "fail" is written at once); a move
+// whose mark was lost is judged by what the disk shows. The file is fdatasync'ed after the header
+// and after the last record, not after each one: on ext4 a sync per record costs about ten times
+// the rename itself (bench/commit_bench.sh measures it), and a power cut loses the file system's
+// own last few seconds of renames as well.
 class RenameJournal {
 public:
     enum class Kind {

@@ -1,0 +1,87 @@
+#!/usr/bin/env bash
+# Commit benchmark: the whole `seqmate-cli --apply -y` run (adding, preview,
+# commit, journal on) against a plain C++ loop of lstat + rename(2) over the
+# same files, in the same run, on the disk and on tmpfs.
+#   bench/commit_bench.sh BUILD_DIR
+# Environment: COMMIT_BENCH_FILES (100000), COMMIT_BENCH_RUNS (3),
+# COMMIT_BENCH_DISK (a folder on the disk; default BUILD_DIR), COMMIT_BENCH_TMPFS (/dev/shm).
+set -euo pipefail
+build=$(cd "${1:-build-bench}" && pwd)
+cli=$build/seqmate-cli
+loop=$build/bench/rename_loop
+files=${COMMIT_BENCH_FILES:-100000}
+runs=${COMMIT_BENCH_RUNS:-3}
+places=("${COMMIT_BENCH_DISK:-$build}" "${COMMIT_BENCH_TMPFS:-/dev/shm}")
+[ -x "$cli" ] && [ -x "$loop" ] || { echo "commit_bench: build seqmate-cli and rename_loop first" >&2; exit 2; }
+
+now() { date +%s.%N; }
+median() { sort -g | awk '{v[NR]=$1} END {print (NR%2) ? v[(NR+1)/2] : (v[NR/2]+v[NR/2+1])/2}'; }
+
+# One timed run: "cli" or "loop", scenario "prefix" or "case", in a fresh folder.
+timed() {
+    local who=$1 scenario=$2 root=$3 work
+    work=$(mktemp -d "$root/commit-bench-XXXXXX")
+    mkdir "$work/files" "$work/home"
+    local stem=shot. task=(-t prefix -s prefix=x_)
+    if [ "$scenario" = case ]; then stem=SHOT.; task=(-t lower); fi
+    "$loop" make "$work/files" "$stem" "$files"
+    sync -f "$work/files" 2>/dev/null || true
+    local t0 t1
+    t0=$(now)
+    if [ "$who" = cli ]; then
+        HOME=$work/home XDG_DATA_HOME=$work/home/.local/share XDG_CONFIG_HOME=$work/home/.config \
+            "$cli" "${task[@]}" --apply -y "$work/files" >/dev/null 2>"$work/err" \
+            || { echo "commit_bench: seqmate-cli failed:" >&2; tail -5 "$work/err" >&2; exit 1; }
+    elif [ "$scenario" = case ]; then
+        "$loop" case "$work/files" 2>/dev/null
+    else
+        "$loop" prefix "$work/files" x_ 2>/dev/null
+    fi
+    t1=$(now)
+    local expect=x_shot.000001.exr
+    [ "$scenario" = case ] && expect=shot.000001.exr
+    [ -e "$work/files/$expect" ] || { echo "commit_bench: $who did not rename ($scenario)" >&2; exit 1; }
+    rm -rf "$work"
+    awk -v a="$t0" -v b="$t1" 'BEGIN { printf "%.3f\n", b - a }'
+}
+
+printf '%-10s %-7s %10s %10s %7s  (%s files, median of %s runs)\n' \
+    place scenario loop_s cli_s ratio "$files" "$runs"
+for place in "${places[@]}"; do
+    fs=$(df --output=fstype "$place" | tail -1)
+    for scenario in prefix case; do
+        cli_times=() loop_times=()
+        for ((r = 0; r < runs; r++)); do
+            # Alternate the order so that neither side always runs on a warmer cache.
+            if ((r % 2)); then
+                loop_times+=("$(timed loop $scenario "$place")")
+                cli_times+=("$(timed cli $scenario "$place")")
+            else
+                cli_times+=("$(timed cli $scenario "$place")")
+                loop_times+=("$(timed loop $scenario "$place")")
+            fi
+        done
+        l=$(printf '%s\n' "${loop_times[@]}" | median)
+        c=$(printf '%s\n' "${cli_times[@]}" | median)
+        printf '%-10s %-7s %10.3f %10.3f %7.2f  loop runs: %s  cli runs: %s\n' "$fs" "$scenario" \
+            "$l" "$c" "$(awk -v c="$c" -v l="$l" 'BEGIN { print c / l }')" "${loop_times[*]}" "${cli_times[*]}"
+    done
+done
+
+# What making each journal record durable would cost: the loop on the disk with
+# two records per rename (before and after), by way of syncing them.
+disk=${places[0]}
+echo
+echo "journal records on $(df --output=fstype "$disk" | tail -1), microseconds per rename:"
+for sync in none write fdatasync fsync; do
+    n=$files
+    case $sync in fdatasync | fsync) n=$((files < 3000 ? files : 3000)) ;; esac
+    work=$(mktemp -d "$disk/commit-bench-XXXXXX")
+    mkdir "$work/files"
+    "$loop" make "$work/files" shot. "$n"
+    t0=$(now)
+    "$loop" prefix "$work/files" x_ "$sync" "$work/journal" 2>/dev/null
+    t1=$(now)
+    rm -rf "$work"
+    awk -v a="$t0" -v b="$t1" -v n="$n" -v s="$sync" 'BEGIN { printf "  %-10s %8.1f  (%d renames)\n", s, (b - a) * 1e6 / n, n }'
+done
