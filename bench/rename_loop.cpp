@@ -44,8 +44,10 @@ int fail(const std::string& what) {
 void record(int fd, const std::string& line, const std::string& sync) {
     if (fd < 0) return;
     if (write(fd, line.data(), line.size()) < 0) return;
-    if (sync == "fdatasync") fdatasync(fd);
-    else if (sync == "fsync") fsync(fd);
+    if (sync == "fdatasync")
+        fdatasync(fd);
+    else if (sync == "fsync")
+        fsync(fd);
 }
 } // namespace
 
@@ -69,8 +71,8 @@ int main(int argc, char** argv) {
         return 0;
     } else if (mode == "prefix" && argc >= 4) {
         const std::string prefix = argv[3], sync = argc >= 6 ? argv[4] : "none";
-        const int jfd = sync == "none" ? -1
-                                       : open(argv[5], O_CREAT | O_WRONLY | O_APPEND | O_TRUNC, 0644);
+        const int jfd =
+            sync == "none" ? -1 : open(argv[5], O_CREAT | O_WRONLY | O_APPEND | O_TRUNC, 0644);
         for (const std::string& name : listFolder(dir)) {
             const std::string from = dir + '/' + name, to = dir + '/' + prefix + name;
             if (exists(to)) continue;
