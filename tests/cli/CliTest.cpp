@@ -115,16 +115,6 @@ TEST(Cli, BatchFilesSaveAndReopen) {
         << reopen.out.toStdString();
 }
 
-TEST(Cli, KeepFoldersAndFullPaths) {
-    TempTree t;
-    frames(t);
-    const CliRun r = cli({QStringLiteral("--keep-folders"), QStringLiteral("--full-paths"),
-                          t(QStringLiteral("plates"))});
-    ASSERT_EQ(r.status, 0);
-    EXPECT_TRUE(r.out.contains(QStringLiteral("(folder)")));
-    EXPECT_TRUE(r.out.contains(QStringLiteral("1 item(s)")));
-}
-
 TEST(Cli, UsageErrorsExitWithTwoAndOneLine) {
     TempTree t;
     const QStringList bad[] = {

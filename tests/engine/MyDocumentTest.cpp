@@ -163,12 +163,6 @@ TEST(MyDocumentList, RemoveAndSorts) {
     MyDocument doc;
     for (const char* n : {"s.0003.exr", "s.0001.exr", "plain.exr", "s.0002.exr"})
         doc.addFileToList(QStringLiteral("/tmp/x/") + QString::fromLatin1(n));
-    // An unnumbered item orders the same as any other, so only a list whose
-    // items all carry numbers has a fixed order; the mixed one is a permutation.
-    QStringList mixed = names(doc.sortFilesByFrameOrder());
-    mixed.sort();
-    EXPECT_EQ(mixed, QStringList({QStringLiteral("plain.exr"), QStringLiteral("s.0001.exr"),
-                                  QStringLiteral("s.0002.exr"), QStringLiteral("s.0003.exr")}));
     MyDocument allNumbered;
     for (const char* n : {"t.10.exr", "t.9.exr", "t.0100.exr", "t.1.exr"})
         allNumbered.addFileToList(QStringLiteral("/tmp/x/") + QString::fromLatin1(n));

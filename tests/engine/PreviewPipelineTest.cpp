@@ -100,16 +100,6 @@ TEST(PreviewPipeline, ConflictsWithinAFolderOnly) {
     EXPECT_FALSE(cased.rowIsConflicting(0));
 }
 
-TEST(PreviewPipeline, GapCheckTaskKeepsPreviewsAndRechecksConflicts) {
-    MyDocument doc;
-    numbered(doc, 3);
-    doc.changeTask(21);
-    doc.waitForPreviews();
-    doc.changeTask(8);
-    doc.waitForPreviews();
-    EXPECT_EQ(previewName(doc.fileArray().first()), QStringLiteral("shot.0001.exr"));
-}
-
 // Every batch that runs posts one table reload; slowing those down keeps the
 // older request's batches waiting in the queue when the newer one arrives.
 class SlowBatchView : public RecordingView {

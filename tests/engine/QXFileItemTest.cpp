@@ -66,18 +66,6 @@ INSTANTIATE_TEST_SUITE_P(
             "Fil:|Sep:{|Fil:a|Sep:}|Fil:|Sep:[|Fil:b|Sep:]|Fil:|Sep:<|Fil:c|Sep:>|Fil:|Sep:#|Fil:d",
             0}));
 
-TEST(QXFileItem, TypedValueOnlyTakesLosslessNumbers) {
-    EXPECT_EQ(QXFileItem::typedValue(QStringLiteral("0001")).typeId(), QMetaType::LongLong);
-    EXPECT_EQ(QXFileItem::typedValue(QStringLiteral("0001")).toLongLong(), 1);
-    EXPECT_EQ(QXFileItem::typedValue(QStringLiteral("")).typeId(), QMetaType::QString);
-    EXPECT_EQ(QXFileItem::typedValue(QStringLiteral("12a")).typeId(), QMetaType::QString);
-    EXPECT_EQ(QXFileItem::typedValue(QStringLiteral("+12")).typeId(), QMetaType::QString);
-    EXPECT_EQ(QXFileItem::typedValue(QStringLiteral("9223372036854775808")).typeId(),
-              QMetaType::QString);
-    EXPECT_EQ(QXFileItem::typedValue(QString::fromUtf8("\xef\xbc\x91")).typeId(), // fullwidth 1
-              QMetaType::QString);
-}
-
 TEST(QXFileItem, PaddingGoesInFrontOfTheWholeText) {
     auto item = QXFileItem::fileItemWithFile(QStringLiteral("/a/b.0001.c"));
     item->setFrameNumber(QVariant::fromValue<qlonglong>(-5));
@@ -195,9 +183,6 @@ TEST(QXFileItem, PathsAndTilde) {
     EXPECT_EQ(item->displayName(), QStringLiteral("~/renders/a.1.exr"));
     auto root = QXFileItem::fileItemWithFile(QStringLiteral("/top.txt"));
     EXPECT_EQ(root->fullPath(), QStringLiteral("/top.txt"));
-    EXPECT_EQ(QXFileItem::pathExtension(QStringLiteral("a.b.c")), QStringLiteral("c"));
-    EXPECT_EQ(QXFileItem::pathExtension(QStringLiteral(".profile")), QString());
-    EXPECT_EQ(QXFileItem::deletingPathExtension(QStringLiteral("a.b.c")), QStringLiteral("a.b"));
 }
 
 TEST(QXFileItem, DateComponentsUseTheDefaultDateForm) {
