@@ -1,5 +1,4 @@
 #include "TaskTestSupport.h"
-#include "TempTree.h"
 
 #include <string>
 #include <unicode/uloc.h>
@@ -10,37 +9,24 @@ class CaseTasks : public LoggedTest {};
 const TaskMethod lower = &MyDocument::processLowercase;
 const TaskMethod upper = &MyDocument::processUppercase;
 const TaskMethod capitalize = &MyDocument::processCapitalizeWords;
-const TaskMethod spaces = &MyDocument::processConvertSpacesToUnderscores;
-const TaskMethod trim = &MyDocument::processRemoveTrailingSpaces;
 const TaskMethod strip = &MyDocument::processStripNonAlphanumeric;
 const TaskMethod lowerExt = &MyDocument::processLowercaseFileExtension;
-const TaskMethod upperExt = &MyDocument::processUppercaseFileExtension;
 
 TEST_F(CaseTasks, EditOnlyTheirComponentKind) {
+    const TaskMethod spaces = &MyDocument::processConvertSpacesToUnderscores;
+    const TaskMethod trim = &MyDocument::processRemoveTrailingSpaces;
     // clang-format off
     expectExamples({
-        {"lower", lower, {}, {u"MyImage.0001.JPG"_s}, {u"myimage.0001.JPG"_s}},
-        {"lower final sigma", lower, {}, {u"\u039f\u0394\u039f\u03a3.t"_s}, {u"\u03bf\u03b4\u03bf\u03c2.t"_s}},
-        {"upper full mapping", upper, {}, {u"straße_x.tif"_s}, {u"STRASSE_X.tif"_s}},
-        {"upper supplementary", upper, {}, {u"\U00010428x.txt"_s}, {u"\U00010400X.txt"_s}},
-        {"upper no name token", upper, {}, {u"0001.jpg"_s}, {u"0001.jpg"_s}},
-        {"capitalize", capitalize, {}, {u"mY iMAGE.JPG"_s}, {u"My Image.JPG"_s}},
-        {"capitalize tokens", capitalize, {}, {u"my-first_shot.jpg"_s}, {u"My-First_Shot.jpg"_s}},
-        {"capitalize digit", capitalize, {}, {u"shot2take.mov"_s}, {u"Shot2take.mov"_s}},
-        {"capitalize tab", capitalize, {}, {u"a\tbC.mov"_s}, {u"A\tBc.mov"_s}},
-        {"capitalize upper not title", capitalize, {}, {u"\u01c6emal"_s}, {u"\u01c4emal"_s}},
-        {"capitalize sigma context", capitalize, {}, {u"\u0391\u03a3.t"_s}, {u"\u0391\u03c2.t"_s}},
-        {"spaces", spaces, {}, {u"My  Image.j p"_s}, {u"My__Image.j p"_s}},
-        {"spaces not tab", spaces, {}, {u"My\tImage.jpg"_s}, {u"My\tImage.jpg"_s}},
-        {"trim", trim, {}, {u"  My Image  .jpg"_s}, {u"My Image.jpg"_s}},
-        {"trim at separators", trim, {}, {u"My _ Image - 2.jpg"_s}, {u"My_Image-2.jpg"_s}},
-        {"trim tab Z NEL", trim, {}, {u"\t\u3000\u2028x\u0085\u00a0.jpg"_s}, {u"x.jpg"_s}},
-        {"trim keeps ZWSP", trim, {}, {u"x\u200b.jpg"_s}, {u"x\u200b.jpg"_s}},
-        {"trim to empty", trim, {}, {u"   .jpg"_s}, {u".jpg"_s}},
-        {"strip", strip, {}, {u"My*Image-x (b).jpg"_s}, {u"MyImage-x(b).jpg"_s}},
-        {"strip keeps L M N", strip, {}, {u"e\u0301\u00bd\u0661\U0001D400!€.t"_s}, {u"e\u0301\u00bd\u0661\U0001D400.t"_s}},
-        {"lower ext", lowerExt, {}, {u"MyImage.0001.JPG"_s}, {u"MyImage.0001.jpg"_s}},
-        {"upper ext", upperExt, {}, {u"MyImage.jpg"_s, u"MyImage"_s}, {u"MyImage.JPG"_s, u"MyImage"_s}},
+        {"lower, final sigma", lower, {}, "MyImage.0001.JPG|\u039f\u0394\u039f\u03a3.t", "myimage.0001.JPG|\u03bf\u03b4\u03bf\u03c2.t"},
+        {"upper: full, supplementary, no name", upper, {}, "straße_x.tif|\U00010428x.txt|0001.jpg", "STRASSE_X.tif|\U00010400X.txt|0001.jpg"},
+        {"capitalize", capitalize, {}, "mY iMAGE.JPG|my-first_shot.jpg|shot2take.mov|a\tbC.mov", "My Image.JPG|My-First_Shot.jpg|Shot2take.mov|A\tBc.mov"},
+        {"capitalize: upper not title, sigma", capitalize, {}, "\u01c6emal|\u0391\u03a3.t", "\u01c4emal|\u0391\u03c2.t"},
+        {"spaces, not tab", spaces, {}, "My  Image.j p|My\tImage.jpg", "My__Image.j p|My\tImage.jpg"},
+        {"trim", trim, {}, "  My Image  .jpg|My _ Image - 2.jpg|   .jpg", "My Image.jpg|My_Image-2.jpg|.jpg"},
+        {"trim: tab Z NEL, not ZWSP", trim, {}, "\t\u3000\u2028x\u0085\u00a0.jpg|x\u200b.jpg", "x.jpg|x\u200b.jpg"},
+        {"strip keeps L M N", strip, {}, "My*Image-x (b).jpg|e\u0301\u00bd\u0661\U0001D400!€.t", "MyImage-x(b).jpg|e\u0301\u00bd\u0661\U0001D400.t"},
+        {"lower ext", lowerExt, {}, "MyImage.0001.JPG", "MyImage.0001.jpg"},
+        {"upper ext", &MyDocument::processUppercaseFileExtension, {}, "MyImage.jpg|MyImage", "MyImage.JPG|MyImage"},
     });
     // clang-format on
 }
@@ -49,8 +35,7 @@ TEST_F(CaseTasks, StripKeepsWhatItWouldEmptyAndLogsIt) {
     const QString line = u"string length is 0"_s;
     const qsizetype before = logCount(line);
     // The token "!" and the empty first token of ".hidden" are kept, logged once each.
-    expectExamples(
-        {{"take", strip, {}, {u"Take-!.jpg"_s, u".hidden"_s}, {u"Take-!.jpg"_s, u".hidden"_s}}});
+    expectExamples({{"take", strip, {}, "Take-!.jpg|.hidden", "Take-!.jpg|.hidden"}});
     EXPECT_EQ(logCount(line), before + 2);
     EXPECT_EQ(MyDocument::stripNonAlphanumeric(u"***"_s), u"***"_s);
     EXPECT_EQ(logCount(line), before + 3);
@@ -63,31 +48,20 @@ TEST_F(CaseTasks, CaseMappingIgnoresTheDefaultLocale) {
     const std::string saved = uloc_getDefault();
     UErrorCode status = U_ZERO_ERROR;
     uloc_setDefault("tr_TR", &status);
-    TaskDoc t({u"image.TIF"_s});
-    const bool upperOk = t.preview(upper, {});
-    const QStringList upperNames = t.previews();
-    const bool lowerOk = t.preview(lowerExt, {});
-    const QStringList lowerNames = t.previews();
-    uloc_setDefault(saved.c_str(), &status);
-    EXPECT_TRUE(upperOk && lowerOk);
     // A Turkish mapping would give the dotted capital I and the dotless small i.
-    EXPECT_EQ(upperNames, QStringList{u"IMAGE.TIF"_s});
-    EXPECT_EQ(lowerNames, QStringList{u"image.tif"_s});
+    expectExamples({{"upper", upper, {}, "image.TIF", "IMAGE.TIF"},
+                    {"lower ext", lowerExt, {}, "image.TIF", "image.tif"}});
+    uloc_setDefault(saved.c_str(), &status);
 }
 
 TEST_F(CaseTasks, LowercaseExtensionCommitWalksTheWholeList) {
-    TempTree tree;
-    RecordingView view;
-    MyDocument doc(&view);
-    const FileList files = {QXFileItem::fileItemWithFile(tree.file(u"a.JPG"_s)),
-                            QXFileItem::fileItemWithFile(tree.file(u"b.TIF"_s))};
-    doc.setFileArray(files);
+    TaskDoc t(names("a.JPG|b.TIF"), true);
     // Previewing keeps to the batch it is handed; committing ignores it.
-    EXPECT_TRUE(doc.processLowercaseFileExtension({{u"preview"_s, true}}, {files[0]}));
-    EXPECT_EQ(files[1]->previewObject()->fileName(), u"b.TIF"_s);
-    EXPECT_TRUE(doc.processLowercaseFileExtension({}, {files[0]}));
-    EXPECT_EQ(tree.list(), QStringList({u"a.jpg"_s, u"b.tif"_s}));
-    EXPECT_EQ(view.reloadsPosted, 2);
+    EXPECT_TRUE(t.preview(lowerExt, {}, FileList{t.files[0]}));
+    EXPECT_EQ(t.previews(), QStringList({u"a.jpg"_s, u"b.TIF"_s}));
+    EXPECT_TRUE(t.doc.processLowercaseFileExtension({}, {t.files[0]}));
+    EXPECT_EQ(t.tree->list(), QStringList({u"a.jpg"_s, u"b.tif"_s}));
+    EXPECT_EQ(t.view.reloadsPosted, 2);
 }
 
 } // namespace

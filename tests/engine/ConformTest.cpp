@@ -1,6 +1,5 @@
 #include "QXDate.h"
 #include "TaskTestSupport.h"
-#include "TempTree.h"
 
 #include <QFileInfo>
 
@@ -8,13 +7,12 @@ namespace {
 
 class Conform : public LoggedTest {};
 const TaskMethod conform = &MyDocument::processConform;
-const QString F = u"@@ Filename @@"_s, FN = u"@@ Frame Number @@"_s, FE = u"@@ File Extension @@"_s,
-              CD = u"@@ Created Date @@"_s;
 
-QVariantList tokens(const QStringList& list) {
+// Tokens from "{Filename}|.|{Frame Number}": braces stand for "@@ " and " @@".
+QVariantList toks(const char* list) {
     QVariantList out;
-    for (const QString& s : list)
-        out.append(s);
+    for (QString s : *list ? names(list) : QStringList())
+        out.append(s.replace(u'{', u"@@ "_s).replace(u'}', u" @@"_s));
     return out;
 }
 
@@ -26,60 +24,58 @@ QVariantList entries(const QStringList& list) {
     return out;
 }
 
-QVariantMap format(const QStringList& tokenList) {
-    return {{u"formatArray"_s, MyDocument::formatComponentsFromArray(tokens(tokenList))}};
+QVariantMap format(const char* tokens) {
+    return {{u"formatArray"_s, MyDocument::formatComponentsFromArray(toks(tokens))}};
 }
 
 TEST_F(Conform, FormatArrayFromTokens) {
-    const QVariantList in = {F, u"take-final"_s, u"a b"_s, u""_s, 5, u"._"_s, u"@@ Frame"_s};
+    const QVariantList in = {u"@@ Filename @@"_s, u"take-final"_s, u"a b"_s, u""_s, 5, u"._"_s,
+                             u"@@ Frame"_s};
     EXPECT_EQ(MyDocument::formatComponentsFromArray(in),
               entries({u"Filename=Filename"_s, u"Text=take"_s, u"Separator=-"_s, u"Text=final"_s,
                        u"Text=a b"_s, u"Separator=."_s, u"Separator=_"_s, u"Text=@@ Frame"_s}));
 }
 
 TEST_F(Conform, InsertTokenGoesBeforeTheFrameNumberElseTheExtension) {
-    const QString TD = u"@@ Today's Date @@"_s;
     const struct {
-        QStringList before;
-        QString title;
-        QStringList after;
+        const char *before, *title, *after;
     } cases[] = {
-        {{}, u"Frame Number"_s, {FN}},
-        {{F, u"."_s, FN, u"."_s, FE}, u"Created Date"_s, {F, u"_"_s, CD, u"."_s, FN, u"."_s, FE}},
-        {{F, u"."_s, FE}, u"Frame Number"_s, {F, u"."_s, FN, u"."_s, FE}},
-        {{F, u"."_s, FE}, u"Today's Date"_s, {F, u"_"_s, TD, u"."_s, FE}},
-        {{FE, u"x"_s, FN}, u"Filename"_s, {u"_"_s, F, FE, u"x"_s, FN}},
-        {{F}, u"File Extension"_s, {F, u"."_s, FE}},
+        // clang-format off
+        {"", "Frame Number", "{Frame Number}"},
+        {"{Filename}|.|{Frame Number}|.|{File Extension}", "Created Date", "{Filename}|_|{Created Date}|.|{Frame Number}|.|{File Extension}"},
+        {"{Filename}|.|{File Extension}", "Frame Number", "{Filename}|.|{Frame Number}|.|{File Extension}"},
+        {"{Filename}|.|{File Extension}", "Today's Date", "{Filename}|_|{Today's Date}|.|{File Extension}"},
+        {"{File Extension}|x|{Frame Number}", "Filename", "_|{Filename}|{File Extension}|x|{Frame Number}"},
+        {"{Filename}", "File Extension", "{Filename}|.|{File Extension}"},
+        // clang-format on
     };
     for (const auto& c : cases)
-        EXPECT_EQ(MyDocument::insertToken(tokens(c.before), c.title), tokens(c.after))
-            << c.title.toStdString();
-
+        EXPECT_EQ(MyDocument::insertToken(toks(c.before), QString::fromUtf8(c.title)),
+                  toks(c.after))
+            << c.title;
+    // On the document it edits the form's tokens.
     TaskDoc t({u"shot.0001.dpx"_s});
-    t.doc.setTokens(tokens({F, u"."_s, FE}));
+    t.doc.setTokens(toks("{Filename}|.|{File Extension}"));
     t.doc.insertToken(u"Frame Number"_s);
     t.doc.waitForPreviews();
-    EXPECT_EQ(t.doc.settingsForm().tokens, tokens({F, u"."_s, FN, u"."_s, FE}));
+    EXPECT_EQ(t.doc.settingsForm().tokens, toks("{Filename}|.|{Frame Number}|.|{File Extension}"));
 }
 
 TEST_F(Conform, RebuildsNames) {
-    const QStringList standard = {F, u"."_s, FN, u"."_s, FE};
     const QVariantMap odd = {{u"formatArray"_s, entries({u"Nonsense=x"_s, u"Text=y"_s})}};
     // clang-format off
     expectExamples({
-        {"standard", conform, format(standard), {u"shot.0001.dpx"_s}, {u"shot.0001.dpx"_s}},
-        {"reordered", conform, format({FN, u"_"_s, F, u"."_s, FE}), {u"shot.0001.dpx"_s}, {u"0001_shot.dpx"_s}},
-        {"no leading separator", conform, format({u"_"_s, F}), {u"shot"_s}, {u"shot"_s}},
-        {"separators collapse", conform, format({F, u"._"_s, FN}), {u"shot.0001.dpx"_s}, {u"shot_0001"_s}},
-        {"empty extension keeps its dot", conform, format({F, u"."_s, FE}), {u"shot"_s}, {u"shot."_s}},
-        {"text", conform, format({u"take-final."_s, FE}), {u"shot.0001.dpx"_s}, {u"take-final.dpx"_s}},
-        {"name run stops at the number", conform, format({F}), {u"a_b.0001.dpx"_s}, {u"a_b."_s}},
-        {"no name when first is none", conform, format({F, u"x"_s}), {u"0001.dpx"_s}, {u"x"_s}},
-        {"unknown keys skipped", conform, odd, {u"a.1.exr"_s}, {u"y"_s}},
-        {"absent format", conform, {}, {u"a.1.exr"_s}, {u""_s}},
-        {"preview shares one vacant number", conform, format(standard),
-         {u"a.0041.dpx"_s, u"shot.dpx"_s, u"take.dpx"_s, u"b.3.dpx"_s},
-         {u"a.0041.dpx"_s, u"shot.42.dpx"_s, u"take.42.dpx"_s, u"b.3.dpx"_s}},
+        {"standard", conform, format("{Filename}|.|{Frame Number}|.|{File Extension}"), "shot.0001.dpx", "shot.0001.dpx"},
+        {"reordered", conform, format("{Frame Number}|_|{Filename}|.|{File Extension}"), "shot.0001.dpx", "0001_shot.dpx"},
+        {"no leading separator", conform, format("_|{Filename}"), "shot", "shot"},
+        {"separators collapse", conform, format("{Filename}|._|{Frame Number}"), "shot.0001.dpx", "shot_0001"},
+        {"empty extension keeps its dot", conform, format("{Filename}|.|{File Extension}"), "shot", "shot."},
+        {"text", conform, format("take-final.|{File Extension}"), "shot.0001.dpx", "take-final.dpx"},
+        {"name run stops at the number", conform, format("{Filename}"), "a_b.0001.dpx", "a_b."},
+        {"no name when first is none", conform, format("{Filename}|x"), "0001.dpx", "x"},
+        {"unknown keys skipped", conform, odd, "a.1.exr", "y"},
+        {"absent format", conform, {}, "a.1.exr", ""},
+        {"preview shares one vacant number", conform, format("{Filename}|.|{Frame Number}|.|{File Extension}"), "a.0041.dpx|shot.dpx|take.dpx|b.3.dpx", "a.0041.dpx|shot.42.dpx|take.42.dpx|b.3.dpx"},
     });
     // clang-format on
     TaskDoc t({u"a.7.x"_s, u"b.x"_s});
@@ -89,44 +85,34 @@ TEST_F(Conform, RebuildsNames) {
 }
 
 TEST_F(Conform, CommitGivesEachUnnumberedFileTheNextNumber) {
-    TempTree tree;
-    RecordingView view;
-    MyDocument doc(&view);
-    for (const QString& n : {u"a.0041.dpx"_s, u"shot.dpx"_s, u"take.dpx"_s})
-        doc.setFileArray(doc.fileArray() << QXFileItem::fileItemWithFile(tree.file(n)));
-    EXPECT_TRUE(
-        doc.processConform(format({F, u"."_s, FN, u"."_s, FE}), doc.sortFilesByFrameOrder()));
+    TaskDoc d(names("a.0041.dpx|shot.dpx|take.dpx"), true);
+    EXPECT_TRUE(d.doc.processConform(format("{Filename}|.|{Frame Number}|.|{File Extension}"),
+                                     d.doc.sortFilesByFrameOrder()));
     // The two unnumbered files may come in either order in frame order.
-    const QStringList got = tree.list();
-    const bool shotFirst = got.contains(u"shot.42.dpx"_s);
-    EXPECT_EQ(got, QStringList({u"a.0041.dpx"_s, shotFirst ? u"shot.42.dpx"_s : u"shot.43.dpx"_s,
-                                shotFirst ? u"take.43.dpx"_s : u"take.42.dpx"_s}));
+    const QStringList got = d.tree->list();
+    EXPECT_EQ(got, names(got.contains(u"shot.42.dpx"_s) ? "a.0041.dpx|shot.42.dpx|take.43.dpx"
+                                                        : "a.0041.dpx|shot.43.dpx|take.42.dpx"));
 }
 
 TEST_F(Conform, DatesAreWrittenInTheDefaultForm) {
-    TempTree tree;
-    const QString path = tree.file(u"clip.mov"_s);
-    TaskDoc t{QStringList{}};
-    t.files = {QXFileItem::fileItemWithFile(path)};
-    t.doc.setFileArray(t.files);
+    TaskDoc d({u"clip.mov"_s}, true);
     const QDateTime before = QDateTime::currentDateTime();
-    ASSERT_TRUE(t.preview(conform, format({u"@@ Today's Date @@"_s})));
-    const QString today = t.previews()[0];
+    ASSERT_TRUE(d.preview(conform, format("{Today's Date}")));
+    const QString today = d.previews()[0];
     EXPECT_TRUE(today == QXDate::description(before) ||
                 today == QXDate::description(QDateTime::currentDateTime()))
         << today.toStdString();
-    ASSERT_TRUE(t.preview(conform, format({u"x"_s, CD})));
-    const QDateTime birth = QFileInfo(path).birthTime();
+    ASSERT_TRUE(d.preview(conform, format("x|{Created Date}")));
+    const QDateTime birth = QFileInfo(d.files[0]->fullPath()).birthTime();
     // Where the file system keeps no creation date the entry is skipped.
-    EXPECT_EQ(t.previews()[0], birth.isValid() ? u"x"_s + QXDate::description(birth) : u"x"_s);
+    EXPECT_EQ(d.previews()[0], birth.isValid() ? u"x"_s + QXDate::description(birth) : u"x"_s);
 }
 
 TEST_F(Conform, FilenameOnAnEmptyComponentListFailsTheTask) {
     ConsoleLines console;
     TaskDoc t({u"a.1.exr"_s});
-    t.files[0]->setComponents({});
-    t.files[0]->synchronize();
-    EXPECT_FALSE(t.preview(conform, format({F})));
+    t.setComponents(0, {});
+    EXPECT_FALSE(t.preview(conform, format("{Filename}")));
     const QStringList lines = console.lines();
     ASSERT_EQ(lines.size(), 1);
     EXPECT_TRUE(lines[0].startsWith(

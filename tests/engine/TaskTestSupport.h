@@ -1,13 +1,14 @@
 #pragma once
 
-// Helpers of the task-family tests: a document of items "/tmp/x/<name>", a
-// preview run of one task, the log and the console.
+// Helpers of the task-family tests: a document of items, a preview run of one
+// task, tables of examples, the log and the console.
 
 #include "MyDocument.h"
 #include "QXConsole.h"
 #include "QXLocalPaths.h"
 #include "QXLog.h"
 #include "RecordingView.h"
+#include "TempTree.h"
 
 #include <QFile>
 #include <QMutex>
@@ -21,38 +22,43 @@ inline void PrintTo(const QStringList& l, std::ostream* os) {
     *os << '[' << l.join(QStringLiteral(" | ")).toStdString() << ']';
 }
 
-inline QStringList fileNames(const FileList& files) {
-    QStringList out;
-    for (const auto& f : files)
-        out.append(f->fileName());
-    return out;
+// The tables write a list of names as one UTF-8 text: "a.jpg|b.jpg".
+inline QStringList names(const char* list) {
+    return QString::fromUtf8(list).split(u'|');
 }
 
-// A document holding items for names, on a recording view.
+// A document on a recording view, holding items "/tmp/x/<name>" or files made on disk.
 struct TaskDoc {
+    std::optional<TempTree> tree; // holds the files when they are made on disk
     RecordingView view;
     MyDocument doc{&view};
     FileList files;
 
-    explicit TaskDoc(const QStringList& names) {
+    explicit TaskDoc(const QStringList& names, bool onDisk = false) {
+        if (onDisk) tree.emplace();
         for (const QString& n : names)
-            files.append(QXFileItem::fileItemWithFile(QStringLiteral("/tmp/x/") + n));
+            files.append(QXFileItem::fileItemWithFile(tree ? tree->file(n) : u"/tmp/x/"_s + n));
         doc.setFileArray(files);
     }
     // Runs the task previewing (on all files unless handed a batch) and
     // checks that the items themselves kept their names.
     bool preview(TaskMethod task, QVariantMap s, const std::optional<FileList>& batch = {}) {
-        const QStringList before = fileNames(files);
+        const QStringList before = previews(false);
         s.insert(u"preview"_s, true);
         const bool ok = (doc.*task)(s, batch.value_or(files));
-        EXPECT_EQ(fileNames(files), before) << "a preview changed the items themselves";
+        EXPECT_EQ(previews(false), before) << "a preview changed the items themselves";
         return ok;
     }
-    QStringList previews() const {
+    // The previews' names, or the items' own names.
+    QStringList previews(bool ofPreviews = true) const {
         QStringList out;
         for (const auto& f : files)
-            out.append(f->previewObject()->fileName());
+            out.append(ofPreviews ? f->previewObject()->fileName() : f->fileName());
         return out;
+    }
+    void setComponents(qsizetype i, const ComponentList& list) {
+        files[i]->setComponents(list);
+        files[i]->synchronize();
     }
 };
 
@@ -61,16 +67,16 @@ struct Example {
     const char* label;
     TaskMethod task;
     QVariantMap settings;
-    QStringList before;
-    QStringList after;
+    const char* before;
+    const char* after;
 };
 
 inline void expectExamples(std::initializer_list<Example> examples) {
     for (const auto& ex : examples) {
         SCOPED_TRACE(ex.label);
-        TaskDoc t(ex.before);
+        TaskDoc t(names(ex.before));
         EXPECT_TRUE(t.preview(ex.task, ex.settings));
-        EXPECT_EQ(t.previews(), ex.after);
+        EXPECT_EQ(t.previews(), names(ex.after));
     }
 }
 
@@ -103,21 +109,18 @@ protected:
 };
 
 // Collects the console lines printed while it lives (exceptions go there too).
-class ConsoleLines {
-public:
+struct ConsoleLines {
+    QMutex mutex;
+    QStringList all;
     ConsoleLines() {
         QXConsole::setSink([this](const QString& line) {
-            QMutexLocker lock(&m_mutex);
-            m_lines.append(line);
+            QMutexLocker lock(&mutex);
+            all.append(line);
         });
     }
     ~ConsoleLines() { QXConsole::setSink(nullptr); }
     QStringList lines() {
-        QMutexLocker lock(&m_mutex);
-        return m_lines;
+        QMutexLocker lock(&mutex);
+        return all;
     }
-
-private:
-    QMutex m_mutex;
-    QStringList m_lines;
 };
