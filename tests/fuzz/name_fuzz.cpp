@@ -13,19 +13,18 @@
 #include <cstdlib>
 #include <fuzzer/FuzzedDataProvider.h>
 
+using namespace Qt::Literals::StringLiterals;
+
 namespace {
 
-[[noreturn]] void fail(const char* what, const QString& name, const QString& got) {
+void check(bool ok, const char* what, const QString& name, const QString& got = QString()) {
+    if (ok) return;
     std::fprintf(stderr, "name_fuzz: %s\n  name: %s\n  got:  %s\n", what,
                  name.toUtf8().toHex(' ').constData(), got.toUtf8().toHex(' ').constData());
     std::abort();
 }
 
-void check(bool ok, const char* what, const QString& name, const QString& got = QString()) {
-    if (!ok) fail(what, name, got);
-}
-
-// A names as a folder listing yields it: no "/" and no NUL, not empty.
+// A name as a folder listing yields it: no "/" and no NUL.
 QString nameFrom(FuzzedDataProvider& fdp, bool utf16) {
     QString name;
     if (utf16) {
@@ -46,24 +45,13 @@ QString numberSetting(FuzzedDataProvider& fdp) {
     return QString::number(fdp.ConsumeIntegralInRange<int>(-3, 40));
 }
 
-MyDocument& document() {
-    static MyDocument* doc = new MyDocument(nullptr); // lives for the whole run
-    return *doc;
-}
-
-void checkRoundTrip(const QString& name) {
+void checkRoundTrip(const QString& name, const FileItemPtr& item) {
     quint32 padding = 0;
-    const ComponentList list = QXFileItem::parseName(name, &padding);
-    check(QXFileItem::buildName(list, padding) == name, "parse and rebuild differ", name,
-          QXFileItem::buildName(list, padding));
-
-    const FileItemPtr item = QXFileItem::fileItemWithFile(QStringLiteral("/tmp/x/") + name);
-    check(item->fileName() == name, "item name differs", name, item->fileName());
-    check(item->proposedFileName() == name, "proposed name differs", name,
-          item->proposedFileName());
-    check(item->containerDir() == QStringLiteral("/tmp/x"), "folder differs", name,
-          item->containerDir());
-
+    const QString rebuilt = QXFileItem::buildName(QXFileItem::parseName(name, &padding), padding);
+    check(rebuilt == name, "parse and rebuild differ", name, rebuilt);
+    check(item->fileName() == name && item->proposedFileName() == name &&
+              item->containerDir() == u"/tmp/x"_s,
+          "item differs", name, item->containerDir() + u'/' + item->proposedFileName());
     const FileItemPtr decoded = QXFileItem::decode(item->encode());
     check(decoded != nullptr, "archive does not decode", name);
     check(decoded->fileName() == name && decoded->components() == item->components() &&
@@ -75,7 +63,7 @@ void checkRoundTrip(const QString& name) {
 
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
     // Keep anything the engine writes (logs) out of the real home folder.
-    static QTemporaryDir home(QDir::tempPath() + QStringLiteral("/seqmate-fuzz-XXXXXX"));
+    static QTemporaryDir home(QDir::tempPath() + u"/seqmate-fuzz-XXXXXX"_s);
     const QByteArray h = home.path().toUtf8();
     setenv("HOME", h.constData(), 1);
     setenv("XDG_DATA_HOME", QByteArray(h + "/.local/share").constData(), 1);
@@ -86,41 +74,30 @@ extern "C" int LLVMFuzzerInitialize(int*, char***) {
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     FuzzedDataProvider fdp(data, size);
     const bool utf16 = fdp.ConsumeBool();
-    const QString position = numberSetting(fdp);
-    const QString rangeStart = numberSetting(fdp);
+    const QString position = numberSetting(fdp), rangeStart = numberSetting(fdp);
     const QString rangeEnd = numberSetting(fdp);
     const QString text = QString::fromStdString(fdp.ConsumeRandomLengthString(16));
-    const bool matchCase = fdp.ConsumeBool();
-    const bool includeExtension = fdp.ConsumeBool();
+    const bool matchCase = fdp.ConsumeBool(), includeExtension = fdp.ConsumeBool();
     const QString name = nameFrom(fdp, utf16);
     if (name.isEmpty()) return 0;
 
-    checkRoundTrip(name);
+    const FileItemPtr item = QXFileItem::fileItemWithFile(u"/tmp/x/"_s + name);
+    checkRoundTrip(name, item);
 
-    MyDocument& doc = document();
-    const FileItemPtr item = QXFileItem::fileItemWithFile(QStringLiteral("/tmp/x/") + name);
-    doc.setFileArray({item});
-    const FileList files = {item};
+    static MyDocument* doc = new MyDocument(nullptr); // lives for the whole run
+    doc->setFileArray({item});
     const QString extension = QXFileItem::pathExtension(name);
     const QString dotExtension = extension.isEmpty() ? QString() : u'.' + extension;
+    // clang-format off
+    const QVariantMap s = {{u"preview"_s, true}, {u"text"_s, text}, {u"position"_s, position},
+        {u"charCount"_s, position}, {u"rangeStart"_s, rangeStart}, {u"rangeEnd"_s, rangeEnd},
+        {u"find"_s, text}, {u"replace"_s, rangeStart}, {u"matchCase"_s, matchCase},
+        {u"includeExtension"_s, includeExtension}, {u"regex"_s, false}};
+    // clang-format on
 
-    QVariantMap s;
-    s.insert(QStringLiteral("preview"), true);
-    s.insert(QStringLiteral("text"), text);
-    s.insert(QStringLiteral("position"), position);
-    s.insert(QStringLiteral("rangeStart"), rangeStart);
-    s.insert(QStringLiteral("rangeEnd"), rangeEnd);
-    s.insert(QStringLiteral("charCount"), position);
-    s.insert(QStringLiteral("find"), text);
-    s.insert(QStringLiteral("replace"), rangeStart);
-    s.insert(QStringLiteral("matchCase"), matchCase);
-    s.insert(QStringLiteral("includeExtension"), includeExtension);
-    s.insert(QStringLiteral("regex"), false);
-
-    using Task = bool (MyDocument::*)(const QVariantMap&, const FileList&);
     const struct {
         const char* label;
-        Task task;
+        bool (MyDocument::*task)(const QVariantMap&, const FileList&);
         bool removes; // only ever deletes characters of the base name
         bool inserts; // adds the text and keeps every character
     } tasks[] = {
@@ -134,8 +111,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         {"find and replace", &MyDocument::processFindAndReplace, false, false},
     };
     for (const auto& t : tasks) {
-        const bool ok = (doc.*t.task)(s, files);
-        check(ok, t.label, name);
+        check((doc->*t.task)(s, {item}), t.label, name);
         check(item->fileName() == name, "the item itself changed", name, item->fileName());
         const FileItemPtr preview = item->previewObject();
         const QString proposed = preview->fileName();
