@@ -6,6 +6,7 @@
 #include <QElapsedTimer>
 #include <QProcess>
 #include <QRegularExpression>
+#include <QStandardPaths>
 #include <QThread>
 #include <gtest/gtest.h>
 
@@ -102,6 +103,29 @@ TEST_F(CommitCli, WithoutATerminalOrYesNothingIsRenamed) {
     EXPECT_EQ(r.status, 2);
     EXPECT_TRUE(r.err.contains(u"use -y"_s)) << r.err.toStdString();
     EXPECT_EQ(tree.list(u"files"_s), (QStringList{u"a.0001.jpg"_s, u"a.0002.jpg"_s}));
+}
+
+// On a terminal the question is asked (script(1) gives the child one).
+TEST_F(CommitCli, ConfirmationIsAskedOnATerminal) {
+    const QString script = QStandardPaths::findExecutable(u"script"_s);
+    if (script.isEmpty()) GTEST_SKIP() << "no script(1) to make a terminal";
+    makeFiles(u"A%1"_s, 2);
+    const QString command = QStringLiteral("'%1' -t lower --apply '%2'")
+                                .arg(QStringLiteral(SEQMATE_CLI_PATH), tree(u"files"_s));
+    for (const char* answer : {"n\n", "y\n"}) {
+        QProcess p;
+        p.setProcessEnvironment(env());
+        p.start(script, {u"-qec"_s, command, u"/dev/null"_s});
+        ASSERT_TRUE(p.waitForStarted());
+        p.write(answer);
+        ASSERT_TRUE(p.waitForFinished(60000));
+        const QString out = QString::fromUtf8(p.readAllStandardOutput());
+        EXPECT_TRUE(out.contains(u"Are you sure you wish to rename 2 files? [y/N]"_s))
+            << out.toStdString();
+        EXPECT_EQ(p.exitCode(), answer[0] == 'y' ? 0 : 1);
+        EXPECT_EQ(tree.list(u"files"_s), answer[0] == 'y' ? (QStringList{u"a0001"_s, u"a0002"_s})
+                                                          : (QStringList{u"A0001"_s, u"A0002"_s}));
+    }
 }
 
 TEST_F(CommitCli, ConflictsRefuseWithStatusThreeUnlessAllowed) {
