@@ -1,6 +1,5 @@
 #include "CommitTestSupport.h"
 
-#include <QStandardPaths>
 #include <cerrno>
 #include <utility>
 
@@ -180,21 +179,6 @@ INSTANTIATE_TEST_SUITE_P(Actions, ConflictActionTest,
                                            ConflictCase{2, true, ""}, ConflictCase{5, false, ""},
                                            ConflictCase{-1, false, ""}));
 
-TEST_F(CommitTest, TrashedFileIsInTheTrashAndTheJournalSaysWhere) {
-    Preferences::setConflictActionOverride(2);
-    const FileList f = batch({QStringLiteral("x.txt")});
-    tree.file(QStringLiteral("y.txt"), "foreign");
-    propose(f[0], QStringLiteral("y.txt"));
-    ASSERT_TRUE(doc.copyFiles());
-    const auto j = RenameJournal::read(doc.lastJournalPath());
-    ASSERT_TRUE(j);
-    const RenameJournal::Step trashed = made(*j).value(0);
-    ASSERT_EQ(trashed.kind, Kind::Trash);
-    EXPECT_EQ(readText(trashed.where), u"foreign"_s);
-    EXPECT_TRUE(trashed.where.startsWith(
-        QStandardPaths::writableLocation(QStandardPaths::GenericDataLocation)));
-}
-
 TEST_F(CommitTest, SecondCollisionInConflictingFilesGetsTheDatedName) {
     const FileList f = batch({QStringLiteral("x.txt")});
     tree.file(QStringLiteral("y.txt"), "foreign");
@@ -208,7 +192,10 @@ TEST_F(CommitTest, SecondCollisionInConflictingFilesGetsTheDatedName) {
     EXPECT_EQ(tree.read(u"Conflicting files/"_s + dated), "foreign");
 }
 
-TEST_F(CommitTest, ConflictActionComesFromTheUserDefaults) {
+TEST_F(CommitTest, ConflictActionComesFromTheUserDefaultsUnlessOverridden) {
+    Preferences::setConflictActionOverride(2);
+    EXPECT_EQ(Preferences::conflictAction(), 2);
+    Preferences::setConflictActionOverride(std::nullopt);
     Preferences::setConflictAction(1);
     const FileList f = batch({QStringLiteral("x")});
     tree.file(QStringLiteral("y"), "foreign");
@@ -217,16 +204,6 @@ TEST_F(CommitTest, ConflictActionComesFromTheUserDefaults) {
     // A name without extension gets no trailing dot.
     EXPECT_FALSE(entryMatching(QString(), u"y_"_s + stamp()).isEmpty())
         << tree.list().join(u',').toStdString();
-}
-
-TEST(PreferencesTest, OverrideWinsOverTheStoredDefault) {
-    Preferences::setConflictAction(2);
-    EXPECT_EQ(Preferences::conflictAction(), 2);
-    Preferences::setConflictActionOverride(1);
-    EXPECT_EQ(Preferences::conflictAction(), 1);
-    Preferences::setConflictActionOverride(std::nullopt);
-    Preferences::setConflictAction(0);
-    EXPECT_EQ(Preferences::conflictAction(), 0);
 }
 
 TEST_F(CommitTest, RenamedFolderRepointsTheItemsInsideAndThePrefixSibling) {
@@ -248,34 +225,28 @@ TEST_F(CommitTest, RenamedFolderRepointsTheItemsInsideAndThePrefixSibling) {
 }
 
 // Moves that fail on disk: each is logged with its text and the file stays.
-TEST_F(CommitTest, MissingFolderAndFileStandingForAFolderFail) {
-    const FileList f = batch({QStringLiteral("gone/a.txt"), QStringLiteral("b.txt")});
+TEST_F(CommitTest, MissingFolderFileStandingForAFolderAndTooLongANameFail) {
+    const FileList f =
+        batch({QStringLiteral("gone/a.txt"), QStringLiteral("b.txt"), QStringLiteral("c")});
     QDir(tree(u"gone"_s)).removeRecursively();
     const FileItemPtr fake = QXFileItem::fileItemWithFile(tree(u"b.txt/inner.txt"_s));
-    doc.setFileArray({f[0], fake});
+    doc.setFileArray({f[0], fake, f[2]});
     propose(f[0], QStringLiteral("z.txt"));
     propose(fake, QStringLiteral("w.txt"));
-
-    EXPECT_FALSE(doc.copyFiles());
-    EXPECT_EQ(doc.lastFailedNames(), (QStringList{u"a.txt"_s, u"inner.txt"_s}));
-    const QStringList log = logMessages();
-    EXPECT_TRUE(
-        log.contains(QStringLiteral("Unable to rename file %1 to %2. No such file or directory")
-                         .arg(tree(u"gone/a.txt"_s), tree(u"gone/z.txt"_s))));
-    EXPECT_TRUE(log.contains(QStringLiteral("Unable to rename file %1 to %2. Not a directory")
-                                 .arg(tree(u"b.txt/inner.txt"_s), tree(u"b.txt/w.txt"_s))));
-    EXPECT_EQ(tree.read(QStringLiteral("b.txt")), "b.txt");
-}
-
-TEST_F(CommitTest, NameOverTheFileSystemLimitFails) {
-    const FileList f = batch({QStringLiteral("a")});
     const QString longName(300, u'n');
-    propose(f[0], longName);
+    propose(f[2], longName);
+
     EXPECT_FALSE(doc.copyFiles());
-    EXPECT_TRUE(
-        logMessages().contains(QStringLiteral("Unable to rename file %1 to %2. File name too long")
-                                   .arg(tree(u"a"_s), tree(longName))));
-    EXPECT_EQ(tree.list(), QStringList{u"a"_s});
+    EXPECT_EQ(doc.lastFailedNames(), (QStringList{u"a.txt"_s, u"inner.txt"_s, u"c"_s}));
+    const QStringList log = logMessages();
+    const QString line = QStringLiteral("Unable to rename file %1 to %2. %3");
+    EXPECT_TRUE(log.contains(
+        line.arg(tree(u"gone/a.txt"_s), tree(u"gone/z.txt"_s), u"No such file or directory"_s)));
+    EXPECT_TRUE(log.contains(
+        line.arg(tree(u"b.txt/inner.txt"_s), tree(u"b.txt/w.txt"_s), u"Not a directory"_s)));
+    EXPECT_TRUE(log.contains(line.arg(tree(u"c"_s), tree(longName), u"File name too long"_s)));
+    EXPECT_EQ(tree.read(QStringLiteral("b.txt")), "b.txt");
+    EXPECT_TRUE(tree.exists(u"c"_s));
 }
 
 // Faults injected into one operation, and the log line each one gives.

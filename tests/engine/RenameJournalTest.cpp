@@ -28,7 +28,7 @@ TEST(RenameJournalCodingTest, PathsWithTabsLineBreaksAndPercentSurvive) {
     }
 }
 
-TEST_F(RenameJournalTest, FolderAndNameFollowTheLogFolder) {
+TEST_F(RenameJournalTest, FolderNameAndATornLastRecord) {
     const QString path = commit({{QStringLiteral("a"), QStringLiteral("b")}});
     EXPECT_EQ(QXFileItem::deletingLastPathComponent(path), QXLog::logFolder() + u"/Journals"_s);
     EXPECT_TRUE(
@@ -37,10 +37,7 @@ TEST_F(RenameJournalTest, FolderAndNameFollowTheLogFolder) {
             .hasMatch())
         << path.toStdString();
     EXPECT_EQ(RenameJournal::list(), QStringList{path});
-}
-
-TEST_F(RenameJournalTest, ATornLastRecordIsIgnored) {
-    const QString path = commit({{QStringLiteral("a"), QStringLiteral("b")}});
+    // A record cut short by a crash is ignored.
     QFile f(path);
     ASSERT_TRUE(f.open(QIODevice::Append));
     f.write("move\t9\trename\t/x");
