@@ -234,6 +234,8 @@ int main(int argc, char** argv) {
     if (!o.save.empty() && !doc.writeToURL(q(o.save)))
         return usageError(QStringLiteral("could not write the batch file %1").arg(q(o.save)));
 
+    if (commit.apply && (tag == 0 || tag == 8))
+        return usageError(QStringLiteral("--apply needs a task that renames files"));
     if (tag == 0) {
         printItems(doc, o.fullPaths);
         QXLog::finishWriting();

@@ -128,6 +128,7 @@ TEST(Cli, UsageErrorsExitWithTwoAndOneLine) {
          QStringLiteral("regex=maybe"), t.path()},
         {QStringLiteral("-b"), t(QStringLiteral("missing.sqb"))},
         {QStringLiteral("--no-such-option")},
+        {QStringLiteral("-t"), QStringLiteral("check-gaps"), QStringLiteral("--apply"), t.path()},
     };
     for (const QStringList& args : bad) {
         const CliRun r = cli(args);
