@@ -1,13 +1,13 @@
 #include "MyDocument.h"
 
 #include "FileIndex.h"
+#include "Preferences.h"
 #include "PreviewPipeline.h"
 #include "QXException.h"
 #include "QXLog.h"
 
 #include <QDir>
 #include <QFile>
-#include <QSettings>
 
 #include <algorithm>
 #include <dirent.h>
@@ -450,11 +450,6 @@ std::optional<FileList> MyDocument::reverseArray(const FileList& files) {
 
 // ---- the table --------------------------------------------------------------------------------
 
-static bool showFullSourcePaths() {
-    QSettings defaults(QStringLiteral("Corvane"), QStringLiteral("Seqmate"));
-    return defaults.value(QStringLiteral("showFullSourcePaths"), 0).toInt() == 1;
-}
-
 QString MyDocument::objectValue(Column column, int row) const {
     FileItemPtr item;
     {
@@ -464,7 +459,8 @@ QString MyDocument::objectValue(Column column, int row) const {
     }
     if (column == Column::Filename) {
         const QString display = item->displayName();
-        return showFullSourcePaths() ? display : QXFileItem::lastPathComponent(display);
+        return Preferences::showFullSourcePaths() ? display
+                                                  : QXFileItem::lastPathComponent(display);
     }
     const FileItemPtr preview = item->previewObject();
     return preview ? QXFileItem::lastPathComponent(preview->fileName()) : QString();

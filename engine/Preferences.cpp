@@ -21,6 +21,10 @@ int Preferences::conflictAction() {
     return userDefaults().value(conflictActionKey, 0).toInt();
 }
 
+bool Preferences::showFullSourcePaths() {
+    return userDefaults().value(QStringLiteral("showFullSourcePaths"), 0).toInt() == 1;
+}
+
 void Preferences::setConflictAction(int value) {
     userDefaults().setValue(conflictActionKey, value);
 }

@@ -10,6 +10,9 @@ namespace Preferences {
 // any other value fails the rename. The one-run override wins when set.
 int conflictAction();
 void setConflictAction(int value);
+// Whether the file table shows full paths ("~" for the home folder): the
+// "showFullSourcePaths" default equal to 1.
+bool showFullSourcePaths();
 // For one run (the command line's --conflict-action); nullopt removes it.
 void setConflictActionOverride(std::optional<int> value);
 } // namespace Preferences
