@@ -9,8 +9,13 @@
 #include "RenameJournal.h"
 
 #include <QDateTime>
+#include <QFile>
+#include <QVarLengthArray>
+#include <QWaitCondition>
 
 #include <cerrno>
+#include <thread>
+#include <utility>
 
 namespace {
 QString joinPath(const QString& dir, const QString& name) {
@@ -42,15 +47,42 @@ QString plural(int count) {
 } // namespace
 
 // One run of copyFiles: the failed names, the journal, and the step for each item.
+//
+// The moves run on a second thread, up to a few hundred files ahead of the
+// bookkeeping: planning each name and updating the batch then overlaps the
+// system calls, which on a large sequence are most of the time. The order of
+// the moves is the list order all the same. Whatever is out of the ordinary
+// stops the mover: a failed move (an existing target is cleared out of the way
+// here, in order, and the move tried again), a folder (renaming it re-points
+// the items inside, so no later plan is made before it is done) and a cancel.
 class CommitRunner {
 public:
     explicit CommitRunner(MyDocument& doc) : m_doc(doc) {}
+    ~CommitRunner() { stopMover(); }
+    CommitRunner(const CommitRunner&) = delete;
+    CommitRunner& operator=(const CommitRunner&) = delete;
     bool run();
 
 private:
-    void handle(QXFileItem& item);
+    // What one item needs, worked out before its turn.
+    struct Job {
+        enum class Kind { Blank, Unchanged, Rename, ViaTemp };
+        int index = 0;
+        Kind kind = Kind::Unchanged;
+        QString oldPath, newPath, proposed, tmp;
+        QByteArray oldNative, newNative, tmpNative; // the same paths, encoded for the system
+        // Filled in by the mover.
+        bool cancelled = false;
+        QString error;           // the failed step's description; empty: all went well
+        int code = 0;            // its errno value
+        bool tempFailed = false; // ViaTemp: the first step failed (else the second)
+        bool stopsMover() const { return cancelled || !error.isEmpty(); }
+    };
+    Job plan(int index) const;
+    qsizetype executeRun(QList<Job>& run);
+    void finish(Job& job);
     bool clearTheWay(QXFileItem& item, const QString& newPath);
-    void succeeded(QXFileItem& item, const QString& oldPath, const QString& newPath,
+    void succeeded(int index, const QString& oldPath, const QString& newPath,
                    const QString& newName);
     void fail(const QXFileItem& item) {
         m_failed.append(QXFileItem::lastPathComponent(item.fullPath()));
@@ -60,10 +92,29 @@ private:
                  const QString& finalPath = QString(), int* errorCode = nullptr);
     RenameJournal& journal();
 
+    // The mover thread and its two queues. While the mover is stopped (after
+    // a job that stops it) this thread may use the journal itself.
+    void submit(QList<Job>& jobs);
+    QList<Job> takeFinished(int wanted);
+    void resumeMover(); // drops the jobs still queued
+    void stopMover();
+    void moverMain();
+
     MyDocument& m_doc;
+    FileList m_files;
     RenameJournal m_journal;
     bool m_journalTried = false;
     QStringList m_failed;
+
+    QMutex m_queueMutex;
+    QWaitCondition m_jobQueued;
+    QWaitCondition m_jobFinished;
+    QList<Job> m_queued;   // guarded by m_queueMutex
+    QList<Job> m_finished; // guarded by m_queueMutex
+    int m_wanted = 0;      // how many finished jobs the waiting commit thread wants; 0: not waiting
+    bool m_moverStopped = false;
+    bool m_quit = false;
+    std::thread m_mover;
 };
 
 RenameJournal& CommitRunner::journal() {
@@ -90,12 +141,51 @@ QString CommitRunner::move(RenameJournal::Kind kind, const QString& from, const 
 }
 
 bool CommitRunner::run() {
-    const FileList files = m_doc.fileArray();
-    for (const FileItemPtr& item : files) {
-        if (m_doc.processingCancelled()) break;
-        handle(*item);
-        m_doc.incrementProgress();
+    m_files = m_doc.fileArray();
+    const int count = static_cast<int>(m_files.size());
+    // Far enough ahead to keep the mover busy, near enough that little is
+    // planned again after a stop. Work changes hands in chunks: waking the
+    // other thread for every file would cost more than the file itself.
+    constexpr int ahead = 512;
+    constexpr int chunk = 128;
+    int next = 0;     // the next item to plan
+    int inFlight = 0; // planned, not yet finished
+    bool atFolder = false;
+    bool cancelled = false;
+    QList<Job> batch;
+    while (!cancelled && (next < count || inFlight > 0)) {
+        if (inFlight <= ahead - chunk) {
+            while (!atFolder && next < count && inFlight < ahead) {
+                batch.append(plan(next));
+                atFolder = m_files[next]->isDir();
+                ++next;
+                ++inFlight;
+            }
+            submit(batch);
+        }
+        for (Job& job : takeFinished(std::min(chunk, inFlight))) {
+            --inFlight;
+            if (job.cancelled) {
+                cancelled = true;
+                break;
+            }
+            const bool stopped = job.stopsMover();
+            if (stopped) {
+                // The mover waits; the jobs after this one are planned again
+                // once it is dealt with.
+                next = job.index + 1;
+                inFlight = 0;
+            }
+            finish(job);
+            if (m_files[job.index]->isDir()) atFolder = false;
+            m_doc.incrementProgress();
+            if (stopped) {
+                resumeMover();
+                break;
+            }
+        }
     }
+    stopMover();
     if (m_journal.isOpen()) m_journal.complete();
     {
         QMutexLocker lock(&m_doc.m_commitMutex);
@@ -110,60 +200,216 @@ bool CommitRunner::run() {
     return false;
 }
 
-void CommitRunner::handle(QXFileItem& item) {
-    const QString oldPath = item.fullPath();
-    const QString proposed = item.proposedFileName();
-    const QString newPath = item.containerDir() + u'/' + proposed;
-
-    if (proposed.isEmpty()) {
-        QXLog::appendLog(
-            QStringLiteral("Unable to rename %1 - new filename is blank").arg(oldPath));
-        fail(item);
-        return;
-    }
-    if (oldPath == newPath) {
-        succeeded(item, oldPath, newPath, proposed);
-        return;
-    }
-    if (oldPath.toLower() == newPath.toLower()) {
+CommitRunner::Job CommitRunner::plan(int index) const {
+    const QXFileItem& item = *m_files[index];
+    Job job;
+    job.index = index;
+    job.oldPath = item.fullPath();
+    job.proposed = item.proposedFileName();
+    job.newPath = item.containerDir() + u'/' + job.proposed;
+    if (job.proposed.isEmpty()) {
+        job.kind = Job::Kind::Blank;
+    } else if (job.oldPath == job.newPath) {
+        job.kind = Job::Kind::Unchanged;
+    } else if (job.oldPath.toLower() == job.newPath.toLower()) {
         // A case-insensitive volume sees one name: go through a unique one.
         // The unique last component of QXLocalPaths::tempFile(), without the
         // temporary folder that would be cut off again.
-        const QString tmp = joinPath(folderOf(oldPath), QXLocalPaths::uuid());
-        QXLog::appendLog(QStringLiteral("Creating temp file %1 for %2").arg(tmp, oldPath));
-        QString error = move(RenameJournal::Kind::Temp, oldPath, tmp, newPath);
-        if (!error.isEmpty()) {
-            fail(item);
-            QXLog::appendLog(QStringLiteral("Unable to assign temporary name to old file %1. %2")
-                                 .arg(oldPath, error));
-            return;
+        job.kind = Job::Kind::ViaTemp;
+        job.tmp = joinPath(folderOf(job.oldPath), QXLocalPaths::uuid());
+    } else {
+        job.kind = Job::Kind::Rename;
+    }
+    if (job.kind == Job::Kind::Rename || job.kind == Job::Kind::ViaTemp) {
+        job.oldNative = QFile::encodeName(job.oldPath);
+        job.newNative = QFile::encodeName(job.newPath);
+        job.tmpNative = QFile::encodeName(job.tmp);
+    }
+    return job;
+}
+
+// On the mover thread: the moves of a run of jobs, nothing else. They are
+// announced in the journal with one write, then made in order until one
+// fails or the commit is cancelled; the moves announced and not reached are
+// withdrawn before anything else moves. Returns how many jobs were dealt with
+// (the rest are planned again).
+qsizetype CommitRunner::executeRun(QList<Job>& run) {
+    const bool moves = std::any_of(run.cbegin(), run.cend(), [](const Job& job) {
+        return job.kind == Job::Kind::Rename || job.kind == Job::Kind::ViaTemp;
+    });
+    // No journal for a commit that moves nothing.
+    RenameJournal& j = moves ? journal() : m_journal;
+    using Field = QByteArray;
+    struct Steps {
+        qint64 first = 0, second = 0;
+    };
+    QVarLengthArray<Steps, 64> steps(run.size());
+    for (qsizetype i = 0; i < run.size(); ++i) {
+        const Job& job = run[i];
+        if (job.kind == Job::Kind::Rename) {
+            steps[i].first =
+                j.announce(RenameJournal::Kind::Rename, RenameJournal::encodeField(job.oldNative),
+                           RenameJournal::encodeField(job.newNative));
+        } else if (job.kind == Job::Kind::ViaTemp) {
+            const Field tmp = RenameJournal::encodeField(job.tmpNative);
+            const Field to = RenameJournal::encodeField(job.newNative);
+            steps[i].first = j.announce(RenameJournal::Kind::Temp,
+                                        RenameJournal::encodeField(job.oldNative), tmp, to);
+            steps[i].second = j.announce(RenameJournal::Kind::FromTemp, tmp, to);
         }
-        error = move(RenameJournal::Kind::FromTemp, tmp, newPath);
-        if (!error.isEmpty()) {
-            fail(item);
-            // Two placeholders for three values: the description is not shown.
-            QXLog::appendLog(QStringLiteral("Unable to move to %1. %2").arg(tmp, newPath));
-            return;
+    }
+    j.flush();
+
+    // One step: made, and marked in the journal.
+    const auto step = [&j](qint64 n, const QString& from, const QString& to,
+                           const QByteArray& nativeFrom, const QByteArray& nativeTo, int* code) {
+        QString error = FileMover::move(from, to, nativeFrom, nativeTo, code);
+        if (error.isEmpty())
+            j.done(n);
+        else
+            j.failed(n, error);
+        return error;
+    };
+    qsizetype reached = 0;
+    for (; reached < run.size(); ++reached) {
+        Job& job = run[reached];
+        if (m_doc.processingCancelled()) {
+            job.cancelled = true;
+            break;
         }
-        succeeded(item, oldPath, newPath, proposed);
+        const Steps& s = steps[reached];
+        if (job.kind == Job::Kind::Rename) {
+            job.error =
+                step(s.first, job.oldPath, job.newPath, job.oldNative, job.newNative, &job.code);
+        } else if (job.kind == Job::Kind::ViaTemp) {
+            job.error =
+                step(s.first, job.oldPath, job.tmp, job.oldNative, job.tmpNative, &job.code);
+            job.tempFailed = !job.error.isEmpty();
+            if (job.tempFailed)
+                j.withdraw(s.second);
+            else
+                job.error =
+                    step(s.second, job.tmp, job.newPath, job.tmpNative, job.newNative, &job.code);
+        }
+        if (job.stopsMover()) break;
+    }
+    const qsizetype dealtWith = std::min(reached + 1, run.size());
+    const bool cancelled = reached < run.size() && run[reached].cancelled;
+    for (qsizetype i = cancelled ? reached : dealtWith; i < run.size(); ++i) {
+        j.withdraw(steps[i].first);
+        j.withdraw(steps[i].second);
+    }
+    j.flush();
+    run.resize(dealtWith);
+    return dealtWith;
+}
+
+// Back on the commit's thread, in list order: the log, the batch, and a
+// second try when the target was taken.
+void CommitRunner::finish(Job& job) {
+    QXFileItem& item = *m_files[job.index];
+    switch (job.kind) {
+    case Job::Kind::Blank:
+        QXLog::appendLog(
+            QStringLiteral("Unable to rename %1 - new filename is blank").arg(job.oldPath));
+        fail(item);
         return;
+    case Job::Kind::Unchanged:
+        succeeded(job.index, job.oldPath, job.newPath, job.proposed);
+        return;
+    case Job::Kind::ViaTemp:
+        QXLog::appendLog(QStringLiteral("Creating temp file %1 for %2").arg(job.tmp, job.oldPath));
+        if (job.error.isEmpty()) {
+            succeeded(job.index, job.oldPath, job.newPath, job.proposed);
+            return;
+        }
+        fail(item);
+        if (job.tempFailed)
+            QXLog::appendLog(QStringLiteral("Unable to assign temporary name to old file %1. %2")
+                                 .arg(job.oldPath, job.error));
+        else // two placeholders for three values: the description is not shown
+            QXLog::appendLog(QStringLiteral("Unable to move to %1. %2").arg(job.tmp, job.newPath));
+        return;
+    case Job::Kind::Rename:
+        break;
     }
     // The move itself tells whether something stands at the new name (it never
     // replaces it), which spares a look-up per file; the rules for an existing
     // target then apply as if it had been seen first.
-    int code = 0;
-    QString error = move(RenameJournal::Kind::Rename, oldPath, newPath, QString(), &code);
-    if (!error.isEmpty() && (code == EEXIST || FileMover::exists(newPath))) {
-        if (!clearTheWay(item, newPath)) return;
-        error = move(RenameJournal::Kind::Rename, oldPath, newPath);
+    QString error = job.error;
+    if (!error.isEmpty() && (job.code == EEXIST || FileMover::exists(job.newPath))) {
+        if (!clearTheWay(item, job.newPath)) return;
+        error = move(RenameJournal::Kind::Rename, job.oldPath, job.newPath);
     }
     if (!error.isEmpty()) {
         fail(item);
-        QXLog::appendLog(
-            QStringLiteral("Unable to rename file %1 to %2. %3").arg(oldPath, newPath, error));
+        QXLog::appendLog(QStringLiteral("Unable to rename file %1 to %2. %3")
+                             .arg(job.oldPath, job.newPath, error));
         return;
     }
-    succeeded(item, oldPath, newPath, proposed);
+    succeeded(job.index, job.oldPath, job.newPath, job.proposed);
+}
+
+void CommitRunner::submit(QList<Job>& jobs) {
+    if (jobs.isEmpty()) return;
+    if (!m_mover.joinable()) m_mover = std::thread([this] { moverMain(); });
+    QMutexLocker lock(&m_queueMutex);
+    m_queued.append(std::move(jobs));
+    jobs.clear();
+    m_jobQueued.wakeOne();
+}
+
+// Waits for at least `wanted` finished jobs, or fewer when the mover stopped
+// or has nothing left to do.
+QList<CommitRunner::Job> CommitRunner::takeFinished(int wanted) {
+    QMutexLocker lock(&m_queueMutex);
+    m_wanted = std::max(wanted, 1);
+    while (m_finished.size() < m_wanted && !m_moverStopped && !m_queued.isEmpty())
+        m_jobFinished.wait(&m_queueMutex);
+    while (m_finished.isEmpty())
+        m_jobFinished.wait(&m_queueMutex);
+    m_wanted = 0;
+    return std::exchange(m_finished, {});
+}
+
+void CommitRunner::resumeMover() {
+    QMutexLocker lock(&m_queueMutex);
+    m_queued.clear();
+    m_moverStopped = false;
+}
+
+void CommitRunner::stopMover() {
+    if (!m_mover.joinable()) return;
+    {
+        QMutexLocker lock(&m_queueMutex);
+        m_quit = true;
+        m_jobQueued.wakeOne();
+    }
+    m_mover.join();
+}
+
+void CommitRunner::moverMain() {
+    // Moves announced with one journal write: enough to make the write cheap,
+    // few enough that the "done" marks follow the disk closely.
+    constexpr qsizetype runLength = 64;
+    QMutexLocker lock(&m_queueMutex);
+    for (;;) {
+        while (!m_quit && (m_moverStopped || m_queued.isEmpty()))
+            m_jobQueued.wait(&m_queueMutex);
+        if (m_quit) return;
+        const qsizetype n = std::min(runLength, m_queued.size());
+        QList<Job> run(std::make_move_iterator(m_queued.begin()),
+                       std::make_move_iterator(m_queued.begin() + n));
+        m_queued.remove(0, n);
+        lock.unlock();
+        const qsizetype dealtWith = executeRun(run);
+        lock.relock();
+        m_moverStopped = run[dealtWith - 1].stopsMover();
+        for (Job& job : run)
+            m_finished.append(std::move(job));
+        if (m_wanted > 0 && (m_finished.size() >= m_wanted || m_moverStopped || m_queued.isEmpty()))
+            m_jobFinished.wakeOne();
+    }
 }
 
 // Moves whatever stands at newPath out of the way; false when item failed.
@@ -243,12 +489,13 @@ bool CommitRunner::clearTheWay(QXFileItem& item, const QString& newPath) {
     }
 }
 
-void CommitRunner::succeeded(QXFileItem& item, const QString& oldPath, const QString& newPath,
+void CommitRunner::succeeded(int index, const QString& oldPath, const QString& newPath,
                              const QString& newName) {
+    QXFileItem& item = *m_files[index];
     // Re-pointing to the same folder changes nothing; skip the walk over the list.
     if (item.isDir() && oldPath != newPath) m_doc.updateFilesInFolder(oldPath, newPath);
     item.setFileName(newName); // synchronize, with the name already built
-    if (oldPath != newPath) m_doc.noteItemPathChanged(&item, oldPath);
+    if (oldPath != newPath) m_doc.noteItemPathChanged(&item, oldPath, index);
 }
 
 bool MyDocument::copyFiles() {

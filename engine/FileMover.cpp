@@ -142,10 +142,14 @@ bool FileMover::exists(const QString& path) {
 }
 
 QString FileMover::move(const QString& from, const QString& to, int* errorCode) {
+    return move(from, to, QFile::encodeName(from), QFile::encodeName(to), errorCode);
+}
+
+QString FileMover::move(const QString& from, const QString& to, const QByteArray& nativeFrom,
+                        const QByteArray& nativeTo, int* errorCode) {
     quint64 number = 0;
     int e = before(Op::Move, from, to, &number);
-    if (e == 0)
-        e = moveNoReplace(QFile::encodeName(from).constData(), QFile::encodeName(to).constData());
+    if (e == 0) e = moveNoReplace(nativeFrom.constData(), nativeTo.constData());
     if (errorCode) *errorCode = e;
     if (e != 0) return errorText(e);
     after(Op::Move, from, to, number);

@@ -36,6 +36,9 @@ public:
     // Renames from to to (one volume). Never overwrites. errorCode, when
     // given, receives the errno value (0 on success).
     static QString move(const QString& from, const QString& to, int* errorCode = nullptr);
+    // The same, with both paths already in the system's encoding (QFile::encodeName).
+    static QString move(const QString& from, const QString& to, const QByteArray& nativeFrom,
+                        const QByteArray& nativeTo, int* errorCode = nullptr);
     // Moves a file or folder to the user's trash; the path it got there.
     static QString moveToTrash(const QString& path, QString* pathInTrash);
     // Creates a folder and any missing parents.

@@ -141,13 +141,16 @@ FileItemPtr MyDocument::fileInQueue(const QString& path) const {
     return found;
 }
 
-void MyDocument::noteItemPathChanged(const QXFileItem* item, const QString& oldFullPath) {
+void MyDocument::noteItemPathChanged(const QXFileItem* item, const QString& oldFullPath,
+                                     int position) {
     QMutexLocker lock(&m_mutex);
-    int position = -1;
-    m_index->forEachCandidate(oldFullPath, [&](int pos) {
-        if (pos < m_files.size() && m_files[pos].get() == item) position = pos;
-        return position >= 0;
-    });
+    if (position < 0 || position >= m_files.size() || m_files[position].get() != item)
+        position = -1;
+    if (position < 0)
+        m_index->forEachCandidate(oldFullPath, [&](int pos) {
+            if (pos < m_files.size() && m_files[pos].get() == item) position = pos;
+            return position >= 0;
+        });
     if (position < 0) { // not found under the old key: start over
         rebuildIndexLocked();
         return;

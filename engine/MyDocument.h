@@ -47,8 +47,9 @@ public:
     FileList sortFilesByPreviewFilename() const;
     FileList sortFilesByFrameOrder() const;
     static std::optional<FileList> reverseArray(const FileList& files);
-    // The commit re-keys the look-up index after it renames an item.
-    void noteItemPathChanged(const QXFileItem* item, const QString& oldFullPath);
+    // The commit re-keys the look-up index after it renames an item; position,
+    // when known, spares looking the item up.
+    void noteItemPathChanged(const QXFileItem* item, const QString& oldFullPath, int position = -1);
     // Waits until every background add started by this document has ended.
     void waitForAdds();
 

@@ -9,6 +9,7 @@
 #include <QHash>
 #include <QUuid>
 
+#include <algorithm>
 #include <cerrno>
 #include <fcntl.h>
 #include <unistd.h>
@@ -69,7 +70,15 @@ std::optional<RenameJournal::Kind> RenameJournal::kindFromName(const QString& na
 }
 
 QByteArray RenameJournal::encodePath(const QString& path) {
-    const QByteArray utf8 = path.toUtf8();
+    return encodeField(path.toUtf8());
+}
+
+QByteArray RenameJournal::encodeField(const QByteArray& utf8) {
+    const auto plain = [](char c) {
+        const auto b = static_cast<unsigned char>(c);
+        return b >= 0x20 && b != 0x7f && b != '%';
+    };
+    if (std::all_of(utf8.cbegin(), utf8.cend(), plain)) return utf8; // the usual case: shared
     QByteArray out;
     out.reserve(utf8.size() + 8);
     static const char hex[] = "0123456789ABCDEF";
@@ -147,21 +156,44 @@ bool RenameJournal::writeRecord(const QByteArray& line) {
 
 qint64 RenameJournal::begin(Kind kind, const QString& from, const QString& to,
                             const QString& finalPath) {
+    const qint64 n = announce(kind, encodePath(from), encodePath(to),
+                              finalPath.isEmpty() ? QByteArray() : encodePath(finalPath));
+    flush();
+    return n;
+}
+
+qint64 RenameJournal::announce(Kind kind, const QByteArray& fromField, const QByteArray& toField,
+                               const QByteArray& finalField) {
     if (m_fd < 0) return 0;
     const qint64 n = m_next++;
-    QByteArray line;
-    line.swap(m_pending);
-    line += "move\t" + QByteArray::number(n) + '\t' + kindName(kind).toLatin1() + '\t' +
-            encodePath(from) + '\t' + encodePath(to);
-    if (!finalPath.isEmpty()) line += '\t' + encodePath(finalPath);
-    line += '\n';
-    writeRecord(line);
+    const char* name = "";
+    for (const KindName& k : kindNames)
+        if (k.kind == kind) name = k.name;
+    m_pending += "move\t";
+    m_pending += QByteArray::number(n);
+    m_pending += '\t';
+    m_pending += name;
+    m_pending += '\t';
+    m_pending += fromField;
+    m_pending += '\t';
+    m_pending += toField;
+    if (!finalField.isEmpty()) {
+        m_pending += '\t';
+        m_pending += finalField;
+    }
+    m_pending += '\n';
     return n;
+}
+
+void RenameJournal::withdraw(qint64 number) {
+    if (m_fd < 0 || number <= 0) return;
+    m_pending += "fail\t" + QByteArray::number(number) + "\tnot attempted\n";
 }
 
 void RenameJournal::done(qint64 number, const QString& where) {
     if (m_fd < 0 || number <= 0) return;
-    m_pending += "done\t" + QByteArray::number(number);
+    m_pending += "done\t";
+    m_pending += QByteArray::number(number);
     if (!where.isEmpty()) m_pending += '\t' + encodePath(where);
     m_pending += '\n';
 }
@@ -176,9 +208,8 @@ void RenameJournal::failed(qint64 number, const QString& error) {
 
 void RenameJournal::flush() {
     if (m_fd < 0 || m_pending.isEmpty()) return;
-    QByteArray line;
-    line.swap(m_pending);
-    writeRecord(line);
+    writeRecord(m_pending);
+    m_pending.resize(0); // keeps the buffer for the next records
 }
 
 void RenameJournal::complete() {

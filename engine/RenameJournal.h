@@ -17,14 +17,16 @@
 //   begin <ISO date>
 //   move  <n> <kind> <from> <to> [<final>]     written before the move
 //   done  <n> [<where>]                         after it succeeded (where: the trash path)
-//   fail  <n> <error>                           after it failed
+//   fail  <n> <error>                           after it failed, or was announced and not made
 //   complete                                    the commit ended
 //   undone <journal>                            undone by that journal
-// Each record of a move is one write(2) on an O_APPEND descriptor, made before
-// the move: a killed process leaves every record it wrote, since the data is
-// in the page cache. The "done" and "fail" marks ride along with the next
-// record (one write per move, not two; "fail" is written at once); a move
-// whose mark was lost is judged by what the disk shows. The file is fdatasync'ed after the header
+// Records are written with write(2) on an O_APPEND descriptor, always before
+// the move they describe: a killed process leaves every record it wrote, since
+// the data is in the page cache. A run of moves may be announced together, in
+// one write, before the first of them is made; those not made after all get a
+// "fail" mark before anything else moves. The "done" marks ride along with the
+// next write ("fail" is written at once); a move whose mark was lost is judged
+// by what the disk shows. The file is fdatasync'ed after the header
 // and after the last record, not after each one: on ext4 a sync per record costs about ten times
 // the rename itself (bench/commit_bench.sh measures it), and a power cut loses the file system's
 // own last few seconds of renames as well.
@@ -75,6 +77,13 @@ public:
     // Records a step before it is made; returns its number (0 when not open).
     qint64 begin(Kind kind, const QString& from, const QString& to,
                  const QString& finalPath = QString());
+    // Records a move in the buffer only: flush() writes it, which must come
+    // before the move is made. The paths are fields made by encodeField().
+    qint64 announce(Kind kind, const QByteArray& fromField, const QByteArray& toField,
+                    const QByteArray& finalField = QByteArray());
+    // An announced move that will not be made: a "fail" mark, written by the
+    // next flush(), which must come before anything else moves.
+    void withdraw(qint64 number);
     void done(qint64 number, const QString& where = QString());
     void failed(qint64 number, const QString& error);
     // The final record; syncs and closes the file.
@@ -85,6 +94,8 @@ public:
     static QString kindName(Kind kind);
     static std::optional<Kind> kindFromName(const QString& name);
     static QByteArray encodePath(const QString& path);
+    // encodePath() of a path already in UTF-8.
+    static QByteArray encodeField(const QByteArray& utf8);
     static QString decodePath(const QByteArray& field);
 
     // Reads a journal; a torn last line (a record cut by a crash) is ignored.

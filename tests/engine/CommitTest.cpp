@@ -350,11 +350,15 @@ TEST_F(CommitTest, CancellingStopsBeforeTheNextFile) {
     const FileList f = batch({QStringLiteral("1"), QStringLiteral("2"), QStringLiteral("3")});
     for (const auto& i : f)
         propose(i, u"n"_s + i->fileName());
-    view.onIncrement = [&](int step) {
-        if (step == 2) doc.cancelProgress();
-    };
+    // Cancel while the second file moves: the third is never touched, and
+    // the progress counts exactly the files that were dealt with.
+    FileMover::setFaultHook([&](const FileMover::FaultPoint& p) {
+        if (p.phase == FileMover::Phase::After && p.from == tree(u"2"_s)) doc.cancelProgress();
+        return 0;
+    });
     EXPECT_TRUE(doc.copyFiles());
     EXPECT_EQ(tree.list(), (QStringList{u"3"_s, u"n1"_s, u"n2"_s}));
+    EXPECT_EQ(view.progressSteps, 2);
     EXPECT_TRUE(doc.lastFailedNames().isEmpty());
     EXPECT_TRUE(RenameJournal::read(doc.lastJournalPath())->complete);
 }
@@ -421,9 +425,10 @@ TEST_F(StartProcessingTest, TagWithoutTaskShowsNoCompletion) {
 TEST_F(StartProcessingTest, CancelledRunStillReportsTheFullCount) {
     batch({QStringLiteral("A"), QStringLiteral("B"), QStringLiteral("C")});
     doc.setSelectedTag(21);
-    sheetView.onIncrement = [&](int step) {
-        if (step == 1) doc.cancelProgress();
-    };
+    FileMover::setFaultHook([&](const FileMover::FaultPoint& p) {
+        if (p.phase == FileMover::Phase::After) doc.cancelProgress();
+        return 0;
+    });
     doc.startProcessing(3);
     EXPECT_EQ(tree.list(), (QStringList{u"B"_s, u"C"_s, u"a"_s}));
     ASSERT_EQ(sheetView.alerts.size(), 1);

@@ -70,6 +70,30 @@ TEST_F(RenameJournalTest, UndoRestoresSwapsCaseChangesAndOddNames) {
     EXPECT_TRUE(error.contains(QStringLiteral("already undone"))) << error.toStdString();
 }
 
+// Moves are announced in runs; when one fails, those after it in its run are
+// marked as not attempted before they are announced again and made.
+TEST_F(RenameJournalTest, EveryAnnouncedMoveIsMarkedWhenTheCommitEnds) {
+    FileMover::setFaultHook([this](const FileMover::FaultPoint& p) {
+        return p.phase == FileMover::Phase::Before && p.from == tree(u"b"_s) ? EIO : 0;
+    });
+    const QString path = commit({{u"a"_s, u"xa"_s}, {u"b"_s, u"xb"_s}, {u"c"_s, u"xc"_s}});
+    FileMover::setFaultHook({});
+    const auto j = RenameJournal::read(path);
+    ASSERT_TRUE(j && j->complete);
+    QStringList marks;
+    for (const auto& s : j->steps) {
+        const QString name = QXFileItem::lastPathComponent(s.from);
+        if (s.state == RenameJournal::State::Done) marks.append(name + u" done"_s);
+        if (s.state == RenameJournal::State::Failed) marks.append(name + u' ' + s.error);
+        if (s.state == RenameJournal::State::Pending) marks.append(name + u" unmarked"_s);
+    }
+    EXPECT_EQ(marks, (QStringList{u"a done"_s, u"b Input/output error"_s, u"c not attempted"_s,
+                                  u"c done"_s}));
+    QString error;
+    EXPECT_TRUE(RenameJournal::undo(path, &error).refused.isEmpty());
+    EXPECT_EQ(tree.list(), (QStringList{u"a"_s, u"b"_s, u"c"_s}));
+}
+
 TEST_F(RenameJournalTest, UndoRefusesStepsWhoseFileMovedAndGoesOn) {
     const QString path = commit({{QStringLiteral("a"), QStringLiteral("A2")},
                                  {QStringLiteral("b"), QStringLiteral("B2")},
