@@ -210,10 +210,12 @@ int runCommit(MyDocument& doc, const CommitOptions& o) {
         }
     }
 
-    // The names before the commit, to tell files left alone from files moved aside.
-    QHash<const QXFileItem*, QString> before;
+    // The names before the commit, to tell files left alone from files moved
+    // aside (the commit keeps the list's order).
+    QStringList before;
+    before.reserve(doc.fileCount());
     for (const FileItemPtr& item : doc.fileArray())
-        before.insert(item.get(), item->fileName());
+        before.append(item->fileName());
 
     FileMover::installFaultsFromEnvironment();
     Preferences::setConflictActionOverride(o.conflictAction);
@@ -232,12 +234,16 @@ int runCommit(MyDocument& doc, const CommitOptions& o) {
     const QSet<QString> listed(failed.cbegin(), failed.cend());
     QStringList notReached;
     QStringList aside;
-    for (const FileItemPtr& item : doc.fileArray()) {
-        const QString name = item->fileName();
-        const QString wanted = item->proposedFileName();
+    const MyDocument::CommitSummary summary = doc.lastCommitSummary();
+    // Otherwise every file is renamed or failed, and the names need no second look.
+    const bool leftSome = !summary.reachedEnd || summary.movedAside > 0;
+    const FileList files = leftSome ? doc.fileArray() : FileList();
+    for (qsizetype i = 0; i < files.size(); ++i) {
+        const QString name = files[i]->fileName();
+        const QString wanted = files[i]->proposedFileName();
         if (name == wanted || listed.contains(name)) continue;
         // A batch file moved out of the way after its own turn keeps its dated name.
-        if (name != before.value(item.get(), name))
+        if (i < before.size() && name != before[i])
             aside.append(QStringLiteral("%1 (wanted %2)").arg(name, wanted));
         else
             notReached.append(name);

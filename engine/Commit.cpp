@@ -11,9 +11,10 @@
 #include <QDateTime>
 #include <QFile>
 #include <QVarLengthArray>
-#include <QWaitCondition>
 
 #include <cerrno>
+#include <condition_variable>
+#include <mutex>
 #include <thread>
 #include <utility>
 
@@ -105,10 +106,12 @@ private:
     RenameJournal m_journal;
     bool m_journalTried = false;
     QStringList m_failed;
+    int m_movedAside = 0;
 
-    QMutex m_queueMutex;
-    QWaitCondition m_jobQueued;
-    QWaitCondition m_jobFinished;
+    // Standard primitives rather than Qt's: the thread sanitizer sees through them.
+    std::mutex m_queueMutex;
+    std::condition_variable m_jobQueued;
+    std::condition_variable m_jobFinished;
     QList<Job> m_queued;   // guarded by m_queueMutex
     QList<Job> m_finished; // guarded by m_queueMutex
     int m_wanted = 0;      // how many finished jobs the waiting commit thread wants; 0: not waiting
@@ -191,6 +194,7 @@ bool CommitRunner::run() {
         QMutexLocker lock(&m_doc.m_commitMutex);
         m_doc.m_failedNames = m_failed;
         m_doc.m_journalPath = m_journal.path();
+        m_doc.m_commitSummary = {!cancelled, m_movedAside};
     }
     if (m_failed.isEmpty()) return true;
     m_doc.view().alert(
@@ -353,27 +357,27 @@ void CommitRunner::finish(Job& job) {
 void CommitRunner::submit(QList<Job>& jobs) {
     if (jobs.isEmpty()) return;
     if (!m_mover.joinable()) m_mover = std::thread([this] { moverMain(); });
-    QMutexLocker lock(&m_queueMutex);
+    std::lock_guard lock(m_queueMutex);
     m_queued.append(std::move(jobs));
     jobs.clear();
-    m_jobQueued.wakeOne();
+    m_jobQueued.notify_one();
 }
 
 // Waits for at least `wanted` finished jobs, or fewer when the mover stopped
 // or has nothing left to do.
 QList<CommitRunner::Job> CommitRunner::takeFinished(int wanted) {
-    QMutexLocker lock(&m_queueMutex);
+    std::unique_lock lock(m_queueMutex);
     m_wanted = std::max(wanted, 1);
-    while (m_finished.size() < m_wanted && !m_moverStopped && !m_queued.isEmpty())
-        m_jobFinished.wait(&m_queueMutex);
-    while (m_finished.isEmpty())
-        m_jobFinished.wait(&m_queueMutex);
+    m_jobFinished.wait(lock, [this] {
+        return m_finished.size() >= m_wanted || m_moverStopped || m_queued.isEmpty();
+    });
+    m_jobFinished.wait(lock, [this] { return !m_finished.isEmpty(); });
     m_wanted = 0;
     return std::exchange(m_finished, {});
 }
 
 void CommitRunner::resumeMover() {
-    QMutexLocker lock(&m_queueMutex);
+    std::lock_guard lock(m_queueMutex);
     m_queued.clear();
     m_moverStopped = false;
 }
@@ -381,9 +385,9 @@ void CommitRunner::resumeMover() {
 void CommitRunner::stopMover() {
     if (!m_mover.joinable()) return;
     {
-        QMutexLocker lock(&m_queueMutex);
+        std::lock_guard lock(m_queueMutex);
         m_quit = true;
-        m_jobQueued.wakeOne();
+        m_jobQueued.notify_one();
     }
     m_mover.join();
 }
@@ -392,10 +396,10 @@ void CommitRunner::moverMain() {
     // Moves announced with one journal write: enough to make the write cheap,
     // few enough that the "done" marks follow the disk closely.
     constexpr qsizetype runLength = 64;
-    QMutexLocker lock(&m_queueMutex);
+    std::unique_lock lock(m_queueMutex);
     for (;;) {
-        while (!m_quit && (m_moverStopped || m_queued.isEmpty()))
-            m_jobQueued.wait(&m_queueMutex);
+        m_jobQueued.wait(lock,
+                         [this] { return m_quit || (!m_moverStopped && !m_queued.isEmpty()); });
         if (m_quit) return;
         const qsizetype n = std::min(runLength, m_queued.size());
         QList<Job> run(std::make_move_iterator(m_queued.begin()),
@@ -403,12 +407,12 @@ void CommitRunner::moverMain() {
         m_queued.remove(0, n);
         lock.unlock();
         const qsizetype dealtWith = executeRun(run);
-        lock.relock();
+        lock.lock();
         m_moverStopped = run[dealtWith - 1].stopsMover();
         for (Job& job : run)
             m_finished.append(std::move(job));
         if (m_wanted > 0 && (m_finished.size() >= m_wanted || m_moverStopped || m_queued.isEmpty()))
-            m_jobFinished.wakeOne();
+            m_jobFinished.notify_one();
     }
 }
 
@@ -420,6 +424,7 @@ bool CommitRunner::clearTheWay(QXFileItem& item, const QString& newPath) {
         const QString dated = datedName(newPath);
         // The batch item follows its file to the dated name, even if the move then fails.
         inWay->setFileName(QXFileItem::lastPathComponent(dated));
+        ++m_movedAside;
         m_doc.noteItemPathChanged(inWay.get(), newPath);
         const QString error = move(RenameJournal::Kind::Aside, newPath, dated);
         if (!error.isEmpty()) {
@@ -503,6 +508,7 @@ bool MyDocument::copyFiles() {
         QMutexLocker lock(&m_commitMutex);
         m_failedNames.clear();
         m_journalPath.clear();
+        m_commitSummary = {};
     }
     CommitRunner runner(*this);
     return runner.run();
@@ -531,6 +537,7 @@ void MyDocument::startProcessing(int count) {
         QMutexLocker lock(&m_commitMutex);
         m_failedNames.clear();
         m_journalPath.clear();
+        m_commitSummary = {};
     }
     startProgress();
     const bool ok = runCommitTask(selectedTag(), dictionaryFromSettings());
@@ -564,4 +571,9 @@ QStringList MyDocument::lastFailedNames() const {
 QString MyDocument::lastJournalPath() const {
     QMutexLocker lock(&m_commitMutex);
     return m_journalPath;
+}
+
+MyDocument::CommitSummary MyDocument::lastCommitSummary() const {
+    QMutexLocker lock(&m_commitMutex);
+    return m_commitSummary;
 }

@@ -204,6 +204,14 @@ public:
     QStringList lastFailedNames() const;
     // The rename journal of the last commit (empty when none was written).
     QString lastJournalPath() const;
+    // How the last commit ended beyond its failures: whether it went through
+    // the whole list, and how many batch files it moved out of another's way.
+    // When it did and moved none aside, every file is renamed or failed.
+    struct CommitSummary {
+        bool reachedEnd = false;
+        int movedAside = 0;
+    };
+    CommitSummary lastCommitSummary() const;
 
 private:
     friend class PreviewPipeline;
@@ -222,9 +230,10 @@ private:
     QVariantMap m_batchFileDict;
     std::unique_ptr<PreviewPipeline> m_previews;
     std::atomic<bool> m_processingCancelled{false};
-    mutable QMutex m_commitMutex; // guards the two commit results below
+    mutable QMutex m_commitMutex; // guards the commit results below
     QStringList m_failedNames;
     QString m_journalPath;
+    CommitSummary m_commitSummary;
     struct Threads;
     std::unique_ptr<Threads> m_threads;
 };

@@ -122,6 +122,8 @@ TEST_F(CommitTest, SwappingTwoBatchFilesMovesTheSecondAsideFirst) {
     EXPECT_EQ(f[1]->fileName(), u"a.txt"_s);
     EXPECT_TRUE(logMessages().contains(
         QStringLiteral("Proposed file %1 exists, renaming old file...").arg(tree(u"b.txt"_s))));
+    EXPECT_TRUE(doc.lastCommitSummary().reachedEnd);
+    EXPECT_EQ(doc.lastCommitSummary().movedAside, 1);
     const auto j = RenameJournal::read(doc.lastJournalPath());
     ASSERT_TRUE(j);
     ASSERT_EQ(kinds(*j), (QList<Kind>{Kind::Aside, Kind::Rename, Kind::Rename}));
@@ -359,6 +361,7 @@ TEST_F(CommitTest, CancellingStopsBeforeTheNextFile) {
     EXPECT_TRUE(doc.copyFiles());
     EXPECT_EQ(tree.list(), (QStringList{u"3"_s, u"n1"_s, u"n2"_s}));
     EXPECT_EQ(view.progressSteps, 2);
+    EXPECT_FALSE(doc.lastCommitSummary().reachedEnd);
     EXPECT_TRUE(doc.lastFailedNames().isEmpty());
     EXPECT_TRUE(RenameJournal::read(doc.lastJournalPath())->complete);
 }
