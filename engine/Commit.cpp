@@ -72,6 +72,7 @@ private:
         Kind kind = Kind::Unchanged;
         QString oldPath, newPath, proposed, tmp;
         QByteArray oldNative, newNative, tmpNative; // the same paths, encoded for the system
+        QByteArray oldField, newField, tmpField;    // and for the journal
         // Filled in by the mover.
         bool cancelled = false;
         QString error;           // the failed step's description; empty: all went well
@@ -228,6 +229,9 @@ CommitRunner::Job CommitRunner::plan(int index) const {
         job.oldNative = QFile::encodeName(job.oldPath);
         job.newNative = QFile::encodeName(job.newPath);
         job.tmpNative = QFile::encodeName(job.tmp);
+        job.oldField = RenameJournal::encodeField(job.oldNative);
+        job.newField = RenameJournal::encodeField(job.newNative);
+        job.tmpField = RenameJournal::encodeField(job.tmpNative);
     }
     return job;
 }
@@ -243,7 +247,6 @@ qsizetype CommitRunner::executeRun(QList<Job>& run) {
     });
     // No journal for a commit that moves nothing.
     RenameJournal& j = moves ? journal() : m_journal;
-    using Field = QByteArray;
     struct Steps {
         qint64 first = 0, second = 0;
     };
@@ -251,15 +254,11 @@ qsizetype CommitRunner::executeRun(QList<Job>& run) {
     for (qsizetype i = 0; i < run.size(); ++i) {
         const Job& job = run[i];
         if (job.kind == Job::Kind::Rename) {
-            steps[i].first =
-                j.announce(RenameJournal::Kind::Rename, RenameJournal::encodeField(job.oldNative),
-                           RenameJournal::encodeField(job.newNative));
+            steps[i].first = j.announce(RenameJournal::Kind::Rename, job.oldField, job.newField);
         } else if (job.kind == Job::Kind::ViaTemp) {
-            const Field tmp = RenameJournal::encodeField(job.tmpNative);
-            const Field to = RenameJournal::encodeField(job.newNative);
-            steps[i].first = j.announce(RenameJournal::Kind::Temp,
-                                        RenameJournal::encodeField(job.oldNative), tmp, to);
-            steps[i].second = j.announce(RenameJournal::Kind::FromTemp, tmp, to);
+            steps[i].first =
+                j.announce(RenameJournal::Kind::Temp, job.oldField, job.tmpField, job.newField);
+            steps[i].second = j.announce(RenameJournal::Kind::FromTemp, job.tmpField, job.newField);
         }
     }
     j.flush();

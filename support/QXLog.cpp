@@ -184,7 +184,9 @@ void QXLogAccess::write(QXLog::Impl& d, const QString& message) {
                 }
                 d.file = std::move(file);
             }
-            const QByteArray line = (QXDate::description(QDateTime::currentDateTime()) +
+            // Now in UTC: asking for local time makes Qt re-read the time zone on every line;
+            // the description turns it into local time once the C library's way.
+            const QByteArray line = (QXDate::description(QDateTime::currentDateTimeUtc()) +
                                      QStringLiteral(" - ") + message + u'\n')
                                         .toUtf8();
             const qint64 written = d.file->write(line);
