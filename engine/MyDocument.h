@@ -112,9 +112,12 @@ public:
     // The task contract: for each item, reset its preview and edit the preview
     // (or edit the item when committing), synchronize previews, end a commit
     // with copyFiles; exceptions are logged under method and give false.
+    // Item: each edit touches only its own item and reads nothing that
+    // changes, so the edits of a large commit may run on two threads.
+    enum class EditScope { List, Item };
     bool runTaskContract(const char* method, const QVariantMap& settings, const FileList& files,
                          const std::function<void(QXFileItem& target)>& edit,
-                         bool reloadAtExit = true);
+                         bool reloadAtExit = true, EditScope scope = EditScope::List);
     static bool isPreview(const QVariantMap& settings);
     // The item a task edits: the freshly reset preview, or the item itself.
     static FileItemPtr taskTarget(const FileItemPtr& item, bool preview);

@@ -4,6 +4,9 @@
 #include "QXException.h"
 #include "QXLog.h"
 
+#include <exception>
+#include <thread>
+
 // The task table: tag -> preview entry point, commit entry point, settings.
 namespace {
 using PreviewFn = bool (MyDocument::*)(const QVariantMap&, const FileList&);
@@ -201,16 +204,51 @@ FileItemPtr MyDocument::taskTarget(const FileItemPtr& item, bool preview) {
     return item->previewObject();
 }
 
+namespace {
+// The commit's edits of per-item tasks: the second half of the list on a
+// thread of its own. The first exception (in list order) is thrown again.
+void editInTwo(const FileList& files, const std::function<void(QXFileItem&)>& edit) {
+    const qsizetype half = files.size() / 2;
+    std::exception_ptr second;
+    std::thread other([&] {
+        try {
+            for (qsizetype i = half; i < files.size(); ++i)
+                edit(*files[i]);
+        } catch (...) {
+            second = std::current_exception();
+        }
+    });
+    std::exception_ptr first;
+    try {
+        for (qsizetype i = 0; i < half; ++i)
+            edit(*files[i]);
+    } catch (...) {
+        first = std::current_exception();
+    }
+    other.join();
+    if (first) std::rethrow_exception(first);
+    if (second) std::rethrow_exception(second);
+}
+
+// Below this a second thread costs more than it saves.
+constexpr qsizetype kTwoThreadEdits = 4096;
+} // namespace
+
 bool MyDocument::runTaskContract(const char* method, const QVariantMap& settings,
                                  const FileList& files,
-                                 const std::function<void(QXFileItem&)>& edit, bool reloadAtExit) {
+                                 const std::function<void(QXFileItem&)>& edit, bool reloadAtExit,
+                                 EditScope scope) {
     bool result = true;
     try {
         const bool preview = isPreview(settings);
-        for (const FileItemPtr& item : files) {
-            const FileItemPtr target = taskTarget(item, preview);
-            edit(*target);
-            if (preview) target->synchronize();
+        if (!preview && scope == EditScope::Item && files.size() >= kTwoThreadEdits) {
+            editInTwo(files, edit); // a commit edits the items themselves
+        } else {
+            for (const FileItemPtr& item : files) {
+                const FileItemPtr target = taskTarget(item, preview);
+                edit(*target);
+                if (preview) target->synchronize();
+            }
         }
         if (!preview) result = copyFiles();
     } catch (const std::exception& e) {

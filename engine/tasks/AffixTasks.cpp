@@ -56,55 +56,59 @@ bool MyDocument::processAddPrefix(const QVariantMap& s, const FileList& files) {
             list.prepend(NameComponent::filename(prefix));
             t.setComponents(list);
         },
-        false);
+        false, EditScope::Item);
 }
 
 bool MyDocument::processAddSuffix(const QVariantMap& s, const FileList& files) {
     const QString suffix = requiredText(s, QStringLiteral("suffix"));
     if (suffix.isEmpty()) return false;
     const bool beforeFrame = s.value(QStringLiteral("addBeforeFrame")).toBool();
-    return runTaskContract("-[MyDocument processAddSuffix:files:]", s, files,
-                           [&suffix, beforeFrame](QXFileItem& t) {
-                               ComponentList list = t.components();
-                               const NameComponent text = NameComponent::filename(suffix);
-                               for (qsizetype i = list.size() - 1; i >= 0; --i) {
-                                   if (!beforeFrame && list[i].is(ComponentKind::FrameNumber)) {
-                                       list.insert(i + 1, text);
-                                       list.insert(i + 1, NameComponent::separator(u'.'));
-                                       t.setComponents(list);
-                                       return;
-                                   }
-                                   if (list[i].is(ComponentKind::Filename)) {
-                                       list.insert(i + 1, text);
-                                       t.setComponents(list);
-                                       return;
-                                   }
-                               }
-                               // After the first component, whatever it is; an
-                               // empty list has no index 1 and fails the task.
-                               insertAt(list, 1, text);
-                               t.setComponents(list);
-                           });
+    return runTaskContract(
+        "-[MyDocument processAddSuffix:files:]", s, files,
+        [&suffix, beforeFrame](QXFileItem& t) {
+            ComponentList list = t.components();
+            const NameComponent text = NameComponent::filename(suffix);
+            for (qsizetype i = list.size() - 1; i >= 0; --i) {
+                if (!beforeFrame && list[i].is(ComponentKind::FrameNumber)) {
+                    list.insert(i + 1, text);
+                    list.insert(i + 1, NameComponent::separator(u'.'));
+                    t.setComponents(list);
+                    return;
+                }
+                if (list[i].is(ComponentKind::Filename)) {
+                    list.insert(i + 1, text);
+                    t.setComponents(list);
+                    return;
+                }
+            }
+            // After the first component, whatever it is; an
+            // empty list has no index 1 and fails the task.
+            insertAt(list, 1, text);
+            t.setComponents(list);
+        },
+        true, EditScope::Item);
 }
 
 bool MyDocument::processChangeFileExtension(const QVariantMap& s, const FileList& files) {
     const QString extension = requiredText(s, QStringLiteral("fileExt"));
     if (extension.isEmpty()) return false;
-    return runTaskContract("-[MyDocument processChangeFileExtension:files:]", s, files,
-                           [&extension](QXFileItem& t) {
-                               ComponentList list = t.components();
-                               if (!list.isEmpty() && list.last().is(ComponentKind::FileExtension))
-                                   list.removeLast();
-                               if (list.isEmpty() || !list.last().is(ComponentKind::Separator))
-                                   list.append(NameComponent::separator(u'.'));
-                               list.append(NameComponent::extension(extension));
-                               t.setComponents(list);
-                           });
+    return runTaskContract(
+        "-[MyDocument processChangeFileExtension:files:]", s, files,
+        [&extension](QXFileItem& t) {
+            ComponentList list = t.components();
+            if (!list.isEmpty() && list.last().is(ComponentKind::FileExtension)) list.removeLast();
+            if (list.isEmpty() || !list.last().is(ComponentKind::Separator))
+                list.append(NameComponent::separator(u'.'));
+            list.append(NameComponent::extension(extension));
+            t.setComponents(list);
+        },
+        true, EditScope::Item);
 }
 
 bool MyDocument::processRemoveFileExtension(const QVariantMap& s, const FileList& files) {
     return runTaskContract(
-        "-[MyDocument processRemoveFileExtension:files:]", s, files, [](QXFileItem& t) {
+        "-[MyDocument processRemoveFileExtension:files:]", s, files,
+        [](QXFileItem& t) {
             ComponentList list = t.components();
             // Only the last component counts: an extension
             // that is not last stays.
@@ -113,20 +117,23 @@ bool MyDocument::processRemoveFileExtension(const QVariantMap& s, const FileList
                 if (!list.isEmpty() && list.last().is(ComponentKind::Separator)) list.removeLast();
             }
             t.setComponents(list);
-        });
+        },
+        true, EditScope::Item);
 }
 
 bool MyDocument::processInsertCharactersAtPosition(const QVariantMap& s, const FileList& files) {
     const QString text = s.value(QStringLiteral("text")).toString();
     const qint64 position = integerSetting(s, QStringLiteral("position"));
-    return runTaskContract("-[MyDocument processInsertCharactersAtPosition:files:]", s, files,
-                           [&](QXFileItem& t) {
-                               editBaseName(t, [&](const QString& base) -> QString {
-                                   // Past the end (or negative): the text goes last.
-                                   if (!longerThan(base.size(), position)) return base + text;
-                                   return base.left(position) + text + base.mid(position);
-                               });
-                           });
+    return runTaskContract(
+        "-[MyDocument processInsertCharactersAtPosition:files:]", s, files,
+        [&](QXFileItem& t) {
+            editBaseName(t, [&](const QString& base) -> QString {
+                // Past the end (or negative): the text goes last.
+                if (!longerThan(base.size(), position)) return base + text;
+                return base.left(position) + text + base.mid(position);
+            });
+        },
+        true, EditScope::Item);
 }
 
 bool MyDocument::processReplaceCharactersInRange(const QVariantMap& s, const FileList& files) {
@@ -136,50 +143,56 @@ bool MyDocument::processReplaceCharactersInRange(const QVariantMap& s, const Fil
     // The end is inclusive; one past it is taken in unsigned arithmetic, so a
     // range ending at -1 keeps the whole name as its tail.
     const quint64 afterEnd = static_cast<quint64>(end) + 1;
-    return runTaskContract("-[MyDocument processReplaceCharactersInRange:files:]", s, files,
-                           [&](QXFileItem& t) {
-                               editBaseName(t, [&](const QString& base) -> QString {
-                                   // Head and tail are cut independently: a range
-                                   // with its end before its start repeats the
-                                   // characters in between.
-                                   QString result;
-                                   if (longerThan(base.size(), start) && start > 0)
-                                       result += base.left(start);
-                                   result += text;
-                                   if (static_cast<quint64>(base.size()) > afterEnd)
-                                       result += base.mid(static_cast<qsizetype>(afterEnd));
-                                   return result.isEmpty() ? base : result;
-                               });
-                           });
+    return runTaskContract(
+        "-[MyDocument processReplaceCharactersInRange:files:]", s, files,
+        [&](QXFileItem& t) {
+            editBaseName(t, [&](const QString& base) -> QString {
+                // Head and tail are cut independently: a range
+                // with its end before its start repeats the
+                // characters in between.
+                QString result;
+                if (longerThan(base.size(), start) && start > 0) result += base.left(start);
+                result += text;
+                if (static_cast<quint64>(base.size()) > afterEnd)
+                    result += base.mid(static_cast<qsizetype>(afterEnd));
+                return result.isEmpty() ? base : result;
+            });
+        },
+        true, EditScope::Item);
 }
 
 bool MyDocument::processRemoveCharactersFromStart(const QVariantMap& s, const FileList& files) {
     const qint64 count = integerSetting(s, QStringLiteral("charCount"));
-    return runTaskContract("-[MyDocument processRemoveCharactersFromStart:files:]", s, files,
-                           [&](QXFileItem& t) {
-                               editBaseName(t, [&](const QString& base) -> QString {
-                                   // Never empties the name.
-                                   return longerThan(base.size(), count) ? base.mid(count) : base;
-                               });
-                           });
+    return runTaskContract(
+        "-[MyDocument processRemoveCharactersFromStart:files:]", s, files,
+        [&](QXFileItem& t) {
+            editBaseName(t, [&](const QString& base) -> QString {
+                // Never empties the name.
+                return longerThan(base.size(), count) ? base.mid(count) : base;
+            });
+        },
+        true, EditScope::Item);
 }
 
 bool MyDocument::processRemoveCharactersFromEnd(const QVariantMap& s, const FileList& files) {
     const qint64 count = integerSetting(s, QStringLiteral("charCount"));
-    return runTaskContract("-[MyDocument processRemoveCharactersFromEnd:files:]", s, files,
-                           [&](QXFileItem& t) {
-                               editBaseName(t, [&](const QString& base) -> QString {
-                                   if (!longerThan(base.size(), count)) return base;
-                                   return base.left(base.size() - count);
-                               });
-                           });
+    return runTaskContract(
+        "-[MyDocument processRemoveCharactersFromEnd:files:]", s, files,
+        [&](QXFileItem& t) {
+            editBaseName(t, [&](const QString& base) -> QString {
+                if (!longerThan(base.size(), count)) return base;
+                return base.left(base.size() - count);
+            });
+        },
+        true, EditScope::Item);
 }
 
 bool MyDocument::processRemoveCharacterRange(const QVariantMap& s, const FileList& files) {
     const qint64 start = integerSetting(s, QStringLiteral("rangeStart"));
     const qint64 end = integerSetting(s, QStringLiteral("rangeEnd"));
     return runTaskContract(
-        "-[MyDocument processRemoveCharacterRange:files:]", s, files, [&](QXFileItem& t) {
+        "-[MyDocument processRemoveCharacterRange:files:]", s, files,
+        [&](QXFileItem& t) {
             editBaseName(t, [&](const QString& base) -> QString {
                 const qint64 length = base.size();
                 qint64 span = 0;
@@ -192,5 +205,6 @@ bool MyDocument::processRemoveCharacterRange(const QVariantMap& s, const FileLis
                 result += base.mid(std::max<qint64>(end + 1, 0));
                 return result;
             });
-        });
+        },
+        true, EditScope::Item);
 }

@@ -141,40 +141,47 @@ QString MyDocument::stripNonAlphanumeric(const QString& text) {
 }
 
 bool MyDocument::processLowercase(const QVariantMap& s, const FileList& files) {
-    return runTaskContract("-[MyDocument processLowercase:files:]", s, files, [](QXFileItem& t) {
-        editComponents(t, ComponentKind::Filename, toLower);
-    });
+    return runTaskContract(
+        "-[MyDocument processLowercase:files:]", s, files,
+        [](QXFileItem& t) { editComponents(t, ComponentKind::Filename, toLower); }, true,
+        EditScope::Item);
 }
 
 bool MyDocument::processUppercase(const QVariantMap& s, const FileList& files) {
-    return runTaskContract("-[MyDocument processUppercase:files:]", s, files, [](QXFileItem& t) {
-        editComponents(t, ComponentKind::Filename, toUpper);
-    });
+    return runTaskContract(
+        "-[MyDocument processUppercase:files:]", s, files,
+        [](QXFileItem& t) { editComponents(t, ComponentKind::Filename, toUpper); }, true,
+        EditScope::Item);
 }
 
 bool MyDocument::processCapitalizeWords(const QVariantMap& s, const FileList& files) {
     return runTaskContract(
         "-[MyDocument processCapitalizeWords:files:]", s, files,
-        [](QXFileItem& t) { editComponents(t, ComponentKind::Filename, capitalizeWords); });
+        [](QXFileItem& t) { editComponents(t, ComponentKind::Filename, capitalizeWords); }, true,
+        EditScope::Item);
 }
 
 bool MyDocument::processConvertSpacesToUnderscores(const QVariantMap& s, const FileList& files) {
     return runTaskContract(
         "-[MyDocument processConvertSpacesToUnderscores:files:]", s, files,
-        [](QXFileItem& t) { editComponents(t, ComponentKind::Filename, spacesToUnderscores); });
+        [](QXFileItem& t) { editComponents(t, ComponentKind::Filename, spacesToUnderscores); },
+        true, EditScope::Item);
 }
 
 bool MyDocument::processStripNonAlphanumeric(const QVariantMap& s, const FileList& files) {
     return runTaskContract(
-        "-[MyDocument processStripNonAlphanumeric:files:]", s, files, [](QXFileItem& t) {
+        "-[MyDocument processStripNonAlphanumeric:files:]", s, files,
+        [](QXFileItem& t) {
             editComponents(t, ComponentKind::Filename, &MyDocument::stripNonAlphanumeric);
-        });
+        },
+        true, EditScope::Item);
 }
 
 bool MyDocument::processRemoveTrailingSpaces(const QVariantMap& s, const FileList& files) {
     return runTaskContract(
         "-[MyDocument processRemoveTrailingSpaces:files:]", s, files,
-        [](QXFileItem& t) { editComponents(t, ComponentKind::Filename, trimWhiteSpace); });
+        [](QXFileItem& t) { editComponents(t, ComponentKind::Filename, trimWhiteSpace); }, true,
+        EditScope::Item);
 }
 
 bool MyDocument::processLowercaseFileExtension(const QVariantMap& s, const FileList& files) {
@@ -185,11 +192,13 @@ bool MyDocument::processLowercaseFileExtension(const QVariantMap& s, const FileL
     const FileList walked = isPreview(s) ? files : fileArray();
     return runTaskContract(
         "-[MyDocument processLowercaseFileExtension:files:]", s, walked,
-        [](QXFileItem& t) { editComponents(t, ComponentKind::FileExtension, toLower); });
+        [](QXFileItem& t) { editComponents(t, ComponentKind::FileExtension, toLower); }, true,
+        EditScope::Item);
 }
 
 bool MyDocument::processUppercaseFileExtension(const QVariantMap& s, const FileList& files) {
     return runTaskContract(
         "-[MyDocument processUppercaseFileExtension:files:]", s, files,
-        [](QXFileItem& t) { editComponents(t, ComponentKind::FileExtension, toUpper); });
+        [](QXFileItem& t) { editComponents(t, ComponentKind::FileExtension, toUpper); }, true,
+        EditScope::Item);
 }

@@ -79,8 +79,9 @@ bool MyDocument::processPadNumbers(const QVariantMap& s, const FileList& files) 
     if (length == 0) length = 4;
     const auto padding = static_cast<quint32>(std::min(length, kMaxPadLength));
     // Every file, numbered or not; padding never shortens a longer number.
-    return runTaskContract("-[MyDocument processPadNumbers:files:]", s, files,
-                           [padding](QXFileItem& t) { t.setPaddingLength(padding); });
+    return runTaskContract(
+        "-[MyDocument processPadNumbers:files:]", s, files,
+        [padding](QXFileItem& t) { t.setPaddingLength(padding); }, true, EditScope::Item);
 }
 
 bool MyDocument::processCloseGaps(const QVariantMap& s, const FileList& files) {
@@ -102,16 +103,19 @@ bool MyDocument::processOffsetNumbers(const QVariantMap& s, const FileList& file
     // Raising numbers runs from the highest down, lowering from the lowest up.
     const FileList order = offset > 0 ? reverseArray(files).value_or(FileList()) : files;
     return runTaskContract(
-        "-[MyDocument processOffsetNumbers:files:]", s, order, [offset](QXFileItem& t) {
+        "-[MyDocument processOffsetNumbers:files:]", s, order,
+        [offset](QXFileItem& t) {
             if (!t.hasFrameNumber()) return;
             // Below zero wraps round, deliberately.
             t.setFrameNumber(unsignedFrame(frameOf(t) + static_cast<quint64>(offset)));
-        });
+        },
+        true, EditScope::Item);
 }
 
 bool MyDocument::processRemoveFrameNumber(const QVariantMap& s, const FileList& files) {
     return runTaskContract(
-        "-[MyDocument processRemoveFrameNumber:files:]", s, files, [](QXFileItem& t) {
+        "-[MyDocument processRemoveFrameNumber:files:]", s, files,
+        [](QXFileItem& t) {
             ComponentList list = t.components();
             qsizetype i = 0;
             while (i < list.size() && !list[i].is(ComponentKind::FrameNumber))
@@ -130,5 +134,6 @@ bool MyDocument::processRemoveFrameNumber(const QVariantMap& s, const FileList& 
             if (list.size() >= 2 ||
                 (list.size() == 1 && !list.first().is(ComponentKind::FileExtension)))
                 t.setComponents(list);
-        });
+        },
+        true, EditScope::Item);
 }

@@ -438,4 +438,35 @@ TEST_F(StartProcessingTest, CancelledRunStillReportsTheFullCount) {
     EXPECT_EQ(sheetView.alerts[0].informativeText, u"3 files renamed."_s);
 }
 
+// A large batch: the commit's per-item edits run on two threads, and each
+// file still gets its own new name. A throw in either half stops the commit
+// before anything moves.
+TEST_F(StartProcessingTest, LargeBatchEditsOnTwoThreads) {
+    QStringList names;
+    for (int i = 0; i < 4100; ++i) // past the size that takes a second thread
+        names.append(u"F%1.JPG"_s.arg(i, 4, 10, QChar(u'0')));
+    const FileList f = batch(names);
+    for (const QString& last : {u"F1000.JPG"_s, u"F4099.JPG"_s}) {
+        std::atomic<int> edits{0};
+        EXPECT_FALSE(doc.runTaskContract(
+            "-[Test edit]", {}, f,
+            [&](QXFileItem& t) {
+                ++edits;
+                if (t.fileName() == last) throw std::runtime_error("edit refused");
+            },
+            false, MyDocument::EditScope::Item));
+        EXPECT_LE(edits.load(), 4100);
+        EXPECT_EQ(tree.list(), names);
+    }
+    EXPECT_TRUE(logMessages().join(u'\n').contains(u"edit refused"_s));
+
+    doc.setSelectedTag(21); // lowercase
+    doc.startProcessing(0);
+    for (qsizetype i = 0; i < f.size(); ++i)
+        ASSERT_EQ(f[i]->fileName(), u'f' + names[i].mid(1)); // the extension keeps its case
+    EXPECT_EQ(tree.list().size(), 4100);
+    EXPECT_TRUE(tree.exists(u"f4099.JPG"_s));
+    EXPECT_EQ(sheetView.alerts.last().informativeText, u"4100 files renamed."_s);
+}
+
 } // namespace
