@@ -1,5 +1,4 @@
 #include "QXAuthorization.h"
-#include "FakePrivilegeMechanism.h"
 #include "SupportTest.h"
 
 using namespace Qt::StringLiterals;
@@ -48,10 +47,10 @@ TEST_F(QXAuthorizationTest, rightsAreAskedForOnceAndKeptUntilTheEnd) {
     EXPECT_EQ(auth().authExecTask(noTool, {}), -2);
     EXPECT_TRUE(console.contains(u"Unable to execute task: path %1 doesn't exist"_s.arg(noTool)));
     EXPECT_EQ(fake->rightsAsked.size(), 3);
-}
 
-TEST_F(QXAuthorizationTest, withoutAGuiNothingIsAsked) {
-    AsOrdinaryUser user(fake, false);
+    // Without a GUI nothing is asked.
+    auth().resetForTesting(false);
+    fake->rightsAsked.clear();
     EXPECT_FALSE(auth().canAuthorize());
     EXPECT_FALSE(auth().authStart());
     EXPECT_EQ(auth().authExecTask(trueTool, {}), -1);
@@ -143,7 +142,7 @@ TEST_F(QXAuthorizationTest, protectedSystemFoldersAreRefusedWithTheirMessages) {
 
 TEST_F(QXAuthorizationTest, theToolsAndTheirArguments) {
     AsOrdinaryUser user(fake);
-    const QString a = tree.file(u"a.txt"_s);
+    const QString a = file("a.txt");
     EXPECT_FALSE(auth().authMoveFile(t("missing"), a));
     EXPECT_FALSE(auth().authCopyFile(t("missing"), a));
     EXPECT_TRUE(fake->calls.isEmpty());
@@ -159,6 +158,16 @@ TEST_F(QXAuthorizationTest, theToolsAndTheirArguments) {
     fake->executeAnswer = 1;
     EXPECT_FALSE(auth().authRemoveFile(a));
     EXPECT_FALSE(auth().authCreateDir(t("new")));
+
+    // Emptying a folder attempts every entry even when they fail.
+    file("f/a");
+    file("f/b");
+    fake->calls.clear();
+    EXPECT_FALSE(auth().authTrashFolderContents(t("f")));
+    EXPECT_EQ(fake->calls.size(), 2);
+    fake->executeAnswer = 0;
+    EXPECT_TRUE(auth().authMoveFolderContents(t("f"), t("g")));
+    EXPECT_EQ(fake->calls.last().arguments.last(), t("g/b"));
 }
 
 TEST_F(QXAuthorizationTest, trashingANameAlreadyInTheTrashAddsATimeStamp) {
@@ -183,18 +192,6 @@ TEST_F(QXAuthorizationTest, trashingANameAlreadyInTheTrashAddsATimeStamp) {
     tree.file(u"notes"_s, "again");
     EXPECT_TRUE(auth().authTrashFile(notes));
     EXPECT_TRUE(fake->calls.last().arguments.last().endsWith(u'.'));
-}
-
-TEST_F(QXAuthorizationTest, trashingAFolderAttemptsEveryEntry) {
-    AsOrdinaryUser user(fake);
-    tree.file(u"f/a"_s);
-    tree.file(u"f/b"_s);
-    fake->executeAnswer = 1; // every start fails
-    EXPECT_FALSE(auth().authTrashFolderContents(t("f")));
-    EXPECT_EQ(fake->calls.size(), 2);
-    fake->executeAnswer = 0;
-    EXPECT_TRUE(auth().authMoveFolderContents(t("f"), t("g")));
-    EXPECT_EQ(fake->calls.last().arguments.last(), t("g/b"));
 }
 
 } // namespace

@@ -1,5 +1,4 @@
 #include "QXFileManager.h"
-#include "FakePrivilegeMechanism.h"
 #include "SupportTest.h"
 
 #include <QDateTime>
@@ -12,13 +11,7 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-class QXFileManagerTest : public SupportTest {
-protected:
-    QByteArray read(const char* relative) const { return tree.read(QString::fromUtf8(relative)); }
-    QString file(const char* relative, const QByteArray& content = "x") const {
-        return tree.file(QString::fromUtf8(relative), content);
-    }
-};
+using QXFileManagerTest = SupportTest;
 
 TEST_F(QXFileManagerTest, uniqueValidAndSizeTexts) {
     for (const char* existing : {"clip.mov", "notes", "notes 2", ".profile"})
@@ -56,39 +49,16 @@ TEST_F(QXFileManagerTest, movesChangeCaseInPlaceAndNeverReplaceAFile) {
     file("x/Clip.mov", "frames");
     ASSERT_TRUE(QXFileManager::moveFile(t("x/Clip.mov"), t("x/clip.mov")));
     EXPECT_EQ(tree.list(u"x"_s), QStringList{u"clip.mov"_s});
-    EXPECT_EQ(read("x/clip.mov"), QByteArray("frames"));
+    EXPECT_EQ(tree.read(u"x/clip.mov"_s), QByteArray("frames"));
 
     const QString a = file("a.txt", "A"), b = file("b.txt", "B");
     EXPECT_FALSE(QXFileManager::moveFile(a, b, false));
     EXPECT_FALSE(QXFileManager::copyFile(a, b, false));
-    EXPECT_EQ(read("a.txt"), QByteArray("A"));
-    EXPECT_EQ(read("b.txt"), QByteArray("B"));
+    EXPECT_EQ(tree.read(u"a.txt"_s), QByteArray("A"));
+    EXPECT_EQ(tree.read(u"b.txt"_s), QByteArray("B"));
     const QString log = currentLogText();
     EXPECT_TRUE(log.contains(u"Error moving file: "_s));
     EXPECT_TRUE(log.contains(u"File exists. Authorizing..."_s));
-}
-
-TEST_F(QXFileManagerTest, aFailedMoveFallsBackToThePrivilegedTool) {
-    auto fake = std::make_shared<FakePrivilegeMechanism>();
-    AsOrdinaryUser user(fake);
-    const QString a = file("a.txt", "A"), target = t("missing/a.txt");
-    // The tool is only started: success is reported before it has run.
-    EXPECT_TRUE(QXFileManager::moveFile(a, target));
-    ASSERT_EQ(fake->calls.size(), 1);
-    EXPECT_EQ(fake->calls[0].tool, u"/bin/mv"_s);
-    EXPECT_EQ(fake->calls[0].arguments, (QStringList{u"-f"_s, a, target}));
-    EXPECT_FALSE(fake->calls[0].wait);
-    EXPECT_EQ(fake->rightsAsked, QStringList{u"system.privilege.admin"_s});
-
-    // Refused rights: the move fails, and the next attempt asks again.
-    fake->calls.clear();
-    fake->interactiveAnswer = -1;
-    QXAuthorization::sharedController().authEnd();
-    EXPECT_FALSE(QXFileManager::moveFile(a, target));
-    EXPECT_FALSE(QXFileManager::copyFile(a, t("missing/b.txt")));
-    EXPECT_TRUE(fake->calls.isEmpty());
-    EXPECT_EQ(fake->rightsAsked.size(), 3);
-    EXPECT_TRUE(QFileInfo::exists(a));
 }
 
 TEST_F(QXFileManagerTest, copyingReportsMissingPathsAndCopiesFoldersWithTheirLinks) {
@@ -100,27 +70,38 @@ TEST_F(QXFileManagerTest, copyingReportsMissingPathsAndCopiesFoldersWithTheirLin
     file("src/f.txt", "F");
     QFile::link(u"f.txt"_s, t("src/link"));
     ASSERT_TRUE(QXFileManager::copyFile(t("src"), t("dst")));
-    EXPECT_EQ(read("dst/f.txt"), QByteArray("F"));
+    EXPECT_EQ(tree.read(u"dst/f.txt"_s), QByteArray("F"));
     EXPECT_EQ(QFileInfo(t("dst/link")).symLinkTarget(), t("dst/f.txt"));
 }
 
-TEST_F(QXFileManagerTest, creatingAFolderWhereAFileStandsFailsThenAsksForRights) {
+TEST_F(QXFileManagerTest, failuresFallBackToThePrivilegedToolsAndTakeTheirResult) {
     file("blocker");
-    const QString wanted = t("blocker/sub");
+    const QString a = file("a.txt", "A"), target = t("missing/a.txt"), wanted = t("blocker/sub");
     EXPECT_FALSE(QXFileManager::createDirectory(wanted, false));
     EXPECT_TRUE(currentLogText().contains(u"Error creating folder: "_s));
+    EXPECT_TRUE(QXFileManager::createDirectory(t("a/b/c")));
+    EXPECT_TRUE(QXFileManager::isDirectoryAtPath(t("a/b/c")));
 
     auto fake = std::make_shared<FakePrivilegeMechanism>();
     AsOrdinaryUser user(fake);
+    // The tools are only started: success is reported before they have run.
+    EXPECT_TRUE(QXFileManager::moveFile(a, target));
+    EXPECT_TRUE(QXFileManager::copyFile(a, t("missing/b.txt")));
     EXPECT_TRUE(QXFileManager::createDirectory(wanted));
-    ASSERT_EQ(fake->calls.size(), 1);
-    EXPECT_EQ(fake->calls[0].tool, u"/bin/mkdir"_s);
-    EXPECT_EQ(fake->calls[0].arguments, (QStringList{u"-p"_s, wanted}));
+    ASSERT_EQ(fake->calls.size(), 3);
+    EXPECT_EQ(fake->calls[0].arguments, (QStringList{u"-f"_s, a, target}));
+    EXPECT_EQ(fake->calls[1].arguments.last(), t("missing/b.txt"));
+    EXPECT_EQ(fake->calls[2].arguments, (QStringList{u"-p"_s, wanted}));
     fake->executeAnswer = 1;
     EXPECT_FALSE(QXFileManager::createDirectory(wanted));
 
-    EXPECT_TRUE(QXFileManager::createDirectory(t("a/b/c")));
-    EXPECT_TRUE(QXFileManager::isDirectoryAtPath(t("a/b/c")));
+    // Refused rights: nothing runs and the file stays.
+    fake->interactiveAnswer = -1;
+    QXAuthorization::sharedController().authEnd();
+    EXPECT_FALSE(QXFileManager::moveFile(a, target));
+    EXPECT_FALSE(QXFileManager::copyFile(a, t("missing/b.txt")));
+    EXPECT_EQ(fake->calls.size(), 4);
+    EXPECT_TRUE(QFileInfo::exists(a));
 }
 
 TEST_F(QXFileManagerTest, removingTakesFoldersAndDanglingLinksAndCallsMissingPathsDone) {

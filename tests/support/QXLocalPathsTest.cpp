@@ -1,24 +1,19 @@
 #include "QXLocalPaths.h"
 #include "SupportTest.h"
 
+#include <QScopeGuard>
+
 using namespace Qt::StringLiterals;
 
 namespace {
 
-// Sets (or unsets, for a null value) one environment variable for the life of the object.
-class ScopedEnv {
-public:
-    ScopedEnv(const char* name, const char* value)
-        : m_name(name), m_had(qEnvironmentVariableIsSet(name)), m_old(qgetenv(name)) {
-        value ? qputenv(name, value) : qunsetenv(name);
-    }
-    ~ScopedEnv() { m_had ? qputenv(m_name, m_old) : qunsetenv(m_name); }
-
-private:
-    const char* m_name;
-    bool m_had;
-    QByteArray m_old;
-};
+// Sets (or unsets, for a null value) an environment variable until the guard goes.
+auto scopedEnv(const char* name, const char* value) {
+    const bool had = qEnvironmentVariableIsSet(name);
+    const QByteArray old = qgetenv(name);
+    value ? qputenv(name, value) : qunsetenv(name);
+    return qScopeGuard([=] { had ? qputenv(name, old) : qunsetenv(name); });
+}
 
 class QXLocalPathsTest : public ::testing::Test {
 protected:
@@ -27,12 +22,6 @@ protected:
         QXLocalPaths::setUserIdForTesting(std::nullopt);
         QXLocalPaths::setConsoleUserForTesting(std::nullopt);
         QXLocalPaths::setConsoleUserHomeForTesting(std::nullopt);
-    }
-    // As root started from alice's session, whose home is a temp folder.
-    void becomeRootFromAlice() {
-        QXLocalPaths::setUserIdForTesting(0);
-        QXLocalPaths::setConsoleUserForTesting(u"alice"_s);
-        QXLocalPaths::setConsoleUserHomeForTesting(alice.path());
     }
     const QString home = QDir::homePath();
     const QString data = qEnvironmentVariable("XDG_DATA_HOME");
@@ -59,15 +48,35 @@ TEST_F(QXLocalPathsTest, ordinaryUserFoldersFollowTheXdgLayout) {
     for (const auto& c : cases)
         EXPECT_EQ(c.actual, c.expected);
     {
-        ScopedEnv unset("XDG_DATA_HOME", nullptr); // unset or relative: under home
+        const auto unset = scopedEnv("XDG_DATA_HOME", nullptr); // unset or relative: under home
         EXPECT_EQ(QXLocalPaths::libraryDirectory(true), home + u"/.local/share"_s);
     }
-    ScopedEnv relative("XDG_CACHE_HOME", "relative/cache");
+    const auto relative = scopedEnv("XDG_CACHE_HOME", "relative/cache");
     EXPECT_EQ(QXLocalPaths::cacheDirectory(true), home + u"/.cache"_s);
 }
 
 TEST_F(QXLocalPathsTest, superUserFoldersLandInTheConsoleUsersHome) {
-    becomeRootFromAlice();
+    QXLocalPaths::setUserIdForTesting(0);
+    // The console user's home comes from the password database, else stays the process's own.
+    const struct {
+        QString console, home, library;
+    } cases[] = {
+        {QString(), home, data}, // nobody at the console
+        {u"root"_s, u"/root"_s, u"/root/.local/share"_s},
+        {u"no-such-user-here"_s, home, data},
+    };
+    for (const auto& c : cases) {
+        QXLocalPaths::setConsoleUserForTesting(c.console);
+        EXPECT_EQ(QXLocalPaths::currentConsoleUser(), c.console);
+        EXPECT_EQ(QXLocalPaths::userDirectory(), c.home) << c.console.toStdString();
+        EXPECT_EQ(QXLocalPaths::libraryDirectory(true), c.library) << c.console.toStdString();
+    }
+    QXLocalPaths::setConsoleUserForTesting(QString());
+    EXPECT_EQ(QXLocalPaths::username(), QString());
+
+    // As root started from alice's session, whose home is a temp folder.
+    QXLocalPaths::setConsoleUserForTesting(u"alice"_s);
+    QXLocalPaths::setConsoleUserHomeForTesting(alice.path());
     const QString share = alice.path() + u"/.local/share"_s;
     EXPECT_EQ(QXLocalPaths::userDirectory(), alice.path());
     EXPECT_EQ(QXLocalPaths::username(), u"alice"_s);
@@ -84,41 +93,22 @@ TEST_F(QXLocalPathsTest, superUserFoldersLandInTheConsoleUsersHome) {
     EXPECT_FALSE(QXLocalPaths::isPathSystemDirectory(home));
 
     // A user folder outside the process's home is joined whole, not cut.
-    ScopedEnv elsewhere("XDG_DATA_HOME", "/srv/data");
+    const auto elsewhere = scopedEnv("XDG_DATA_HOME", "/srv/data");
     EXPECT_EQ(QXLocalPaths::libraryDirectory(true), alice.path() + u"/srv/data"_s);
-}
-
-TEST_F(QXLocalPathsTest, superUserHomeComesFromThePasswordDatabaseElseStaysItsOwn) {
-    QXLocalPaths::setUserIdForTesting(0);
-    const struct {
-        QString console, home, library;
-    } cases[] = {
-        {QString(), home, data}, // nobody at the console
-        {u"root"_s, u"/root"_s, u"/root/.local/share"_s},
-        {u"no-such-user-here"_s, home, data},
-    };
-    for (const auto& c : cases) {
-        QXLocalPaths::setConsoleUserForTesting(c.console);
-        EXPECT_EQ(QXLocalPaths::currentConsoleUser(), c.console);
-        EXPECT_EQ(QXLocalPaths::userDirectory(), c.home) << c.console.toStdString();
-        EXPECT_EQ(QXLocalPaths::libraryDirectory(true), c.library) << c.console.toStdString();
-    }
-    QXLocalPaths::setConsoleUserForTesting(QString());
-    EXPECT_EQ(QXLocalPaths::username(), QString());
 }
 
 TEST_F(QXLocalPathsTest, consoleUserFallsBackToSudoThenPkexec) {
     QXLocalPaths::setConsoleUserForTesting(std::nullopt);
-    ScopedEnv noSudo("SUDO_USER", nullptr);
-    ScopedEnv noPkexec("PKEXEC_UID", nullptr);
+    const auto noSudo = scopedEnv("SUDO_USER", nullptr);
+    const auto noPkexec = scopedEnv("PKEXEC_UID", nullptr);
     if (!QXLocalPaths::currentConsoleUser().isEmpty())
         GTEST_SKIP() << "a graphical session is logged in on this machine";
     {
-        ScopedEnv sudo("SUDO_USER", "bob");
-        ScopedEnv pkexec("PKEXEC_UID", "0");
+        const auto sudo = scopedEnv("SUDO_USER", "bob");
+        const auto pkexec = scopedEnv("PKEXEC_UID", "0");
         EXPECT_EQ(QXLocalPaths::currentConsoleUser(), u"bob"_s);
     }
-    ScopedEnv pkexec("PKEXEC_UID", "0");
+    const auto pkexec = scopedEnv("PKEXEC_UID", "0");
     EXPECT_EQ(QXLocalPaths::currentConsoleUser(), u"root"_s);
 }
 

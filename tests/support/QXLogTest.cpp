@@ -74,9 +74,17 @@ TEST_F(QXLogTest, newLogHasTheHeaderThenOneTrimmedLinePerMessage) {
     EXPECT_EQ(console.lines(), QStringList{u"missing path /x"_s});
     EXPECT_EQ(bodies(currentLogText()),
               (QStringList{u"first message"_s, QString(), u"missing path /x"_s}));
+
+    // A given name yields to the executable's.
+    QXLog::sharedController().setAppName(QString());
+    const QString exe = QXLog::sharedController().appName();
+    EXPECT_FALSE(exe.isEmpty());
+    QXLog::createNewLog(u"Other"_s);
+    EXPECT_EQ(QXLog::sharedController().appName(), exe);
+    EXPECT_TRUE(QFileInfo::exists(QXLog::logFolder() + u'/' + exe + u".1.log"_s));
 }
 
-TEST_F(QXLogTest, withoutANewLogLinesAppendToAnExistingFileOrGoToTheConsole) {
+TEST_F(QXLogTest, withoutANewLogLinesAppendToTheFileOrSayWhyNot) {
     QXLog::appendLog(u"nowhere"_s);
     EXPECT_EQ(console.lines(), (QStringList{u"Unable to log the following information: nowhere"_s,
                                             u"Unable to open log for output"_s}));
@@ -87,9 +95,9 @@ TEST_F(QXLogTest, withoutANewLogLinesAppendToAnExistingFileOrGoToTheConsole) {
     const QString text = readText(logPath(1));
     EXPECT_TRUE(text.startsWith(u"kept\n"_s));
     EXPECT_EQ(bodies(text), QStringList{u"appended"_s});
-}
 
-TEST_F(QXLogTest, aFailedWriteIsReportedAndTheNextLineOpensAgain) {
+    // A failed write is reported, and the next line opens the file again.
+    fresh();
     QDir().mkpath(QXLog::logFolder());
     ASSERT_TRUE(QFile::link(u"/dev/full"_s, logPath(1)));
     QXLog::appendLog(u"x"_s);
@@ -100,7 +108,7 @@ TEST_F(QXLogTest, aFailedWriteIsReportedAndTheNextLineOpensAgain) {
     EXPECT_EQ(QXLog::sharedController().bytesInQueue(), 2u); // failed lines stay pending
 }
 
-TEST_F(QXLogTest, fiveGenerationsRotateSkippingGapsAndOnlyWithACurrentFile) {
+TEST_F(QXLogTest, fiveGenerationsRotateSkippingGapsAndAFailedMoveStopsThem) {
     const struct {
         QMap<int, QByteArray> before, after; // after: generations 2 to 6
     } cases[] = {
@@ -122,9 +130,9 @@ TEST_F(QXLogTest, fiveGenerationsRotateSkippingGapsAndOnlyWithACurrentFile) {
             QDir(QXLog::logFolder()).entryList(QDir::NoDotAndDotDot | QDir::AllEntries).size(),
             c.after.size() + 1);
     }
-}
 
-TEST_F(QXLogTest, aFailedMoveOrAFileWhereTheFolderBelongsStopsTheNewLog) {
+    // A failed move, or a file where the folder belongs, stops the new log.
+    fresh();
     writeFile(logPath(1), "one");
     writeFile(logPath(4), "four");
     writeFile(logPath(5) + u"/inside"_s); // a folder that cannot be replaced
@@ -232,15 +240,6 @@ TEST_F(QXLogTest, concurrentWritersLoseAndInterleaveNothing) {
         EXPECT_EQ(m.captured(2).toInt(), next[m.captured(1).toInt()]++); // each thread in order
     }
     EXPECT_EQ(QXLog::sharedController().bytesInQueue(), 0u);
-}
-
-TEST_F(QXLogTest, givenNameYieldsToTheExecutableName) {
-    QXLog::sharedController().setAppName(QString());
-    const QString exe = QXLog::sharedController().appName();
-    EXPECT_FALSE(exe.isEmpty());
-    QXLog::createNewLog(u"Other"_s);
-    EXPECT_EQ(QXLog::sharedController().appName(), exe);
-    EXPECT_TRUE(QFileInfo::exists(QXLog::logFolder() + u'/' + exe + u".1.log"_s));
 }
 
 } // namespace

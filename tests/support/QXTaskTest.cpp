@@ -82,9 +82,8 @@ TEST_F(QXTaskTest, statusOutputAndTextFollowTheErrorWinsRule) {
     EXPECT_EQ(QXTask::terminationCodeFromTaskWithInput(sh, script("read a; test \"$a\" = secret"),
                                                        "secret\n"),
               0);
-}
 
-TEST_F(QXTaskTest, megabytesOnBothStreamsDoNotDeadlock) {
+    // Megabytes on both streams do not deadlock.
     const auto data = QXTask::dataFromTask(
         sh, script("head -c 4000000 /dev/zero & head -c 3000000 /dev/zero >&2; wait"), 30.0);
     EXPECT_EQ(data.value_or("none").size(), 3000000);
@@ -154,7 +153,7 @@ TEST_F(QXTaskTest, backgroundRunsDeliverChunksThenAnEmptyOneOnTheReaderThread) {
     }
 }
 
-TEST_F(QXTaskTest, aBackgroundRunEndsWithoutACallbackOrWhenTerminatedFromItsCallback) {
+TEST_F(QXTaskTest, aBackgroundRunEndsWithoutACallbackWhenTerminatedFromItOrWithItsTask) {
     QXTask quiet;
     quiet.asyncDataFromTask(sh, script("echo hi"), nullptr);
     EXPECT_TRUE(waitFor([&] { return !quiet.task(); }));
@@ -171,9 +170,8 @@ TEST_F(QXTaskTest, aBackgroundRunEndsWithoutACallbackOrWhenTerminatedFromItsCall
         EXPECT_FALSE(task.task());
     } // the destructor joins the reader, which reaps the child
     EXPECT_EQ(deliveries.load(), 1);
-}
 
-TEST_F(QXTaskTest, destroyingATaskEndsItsRunningChildAndThread) {
+    // Destroying a task ends its running child and thread.
     const int threadsBefore = entries(threads);
     QXTask::Process child;
     QElapsedTimer clock;

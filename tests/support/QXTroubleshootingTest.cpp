@@ -60,10 +60,10 @@ protected:
     QString logs, reports, prefs, desktop, probeLog;
 };
 
-TEST_F(QXTroubleshootingTest, nothingToGatherSaysNoLogsFoundAndMakesNoArchive) {
+TEST_F(QXTroubleshootingTest, whatCannotBeGatheredIsExplainedOrEndsQuietly) {
     writeFile(logs + u"/Other.1.log"_s);
     writeFile(reports + u"/DiagnosticReports/ProbeHelper_2011-03-03-140509_h.crash"_s);
-    const QXGatherResult r = gather();
+    QXGatherResult r = gather();
     EXPECT_FALSE(r.success);
     EXPECT_EQ(r.outcome, Outcome::NoLogsFound);
     EXPECT_EQ(frontEnd->alerts,
@@ -75,7 +75,31 @@ TEST_F(QXTroubleshootingTest, nothingToGatherSaysNoLogsFoundAndMakesNoArchive) {
               Outcome::NoLogsFound);
     EXPECT_EQ(QXTroubleshootingUtils::gatherLogsForAppsWithNames({}).outcome, Outcome::Failed);
     EXPECT_FALSE(QXTroubleshootingUtils::gatherLogsForAppWithName(QString()));
+    // A missing additional file stops the gathering.
+    writeFile(probeLog);
+    r = QXTroubleshootingUtils::gatherLogsForAppsWithNames({app}, false, {tree(u"missing.txt"_s)});
+    EXPECT_EQ(r.outcome, Outcome::Failed);
     EXPECT_TRUE(frontEnd->alerts.isEmpty()); // silent
+    ASSERT_FALSE(console.lines().isEmpty());
+    EXPECT_TRUE(console.lines().last().startsWith(u"Unable to copy file: "_s));
+
+    QDir(desktop).removeRecursively();
+    r = gather();
+    EXPECT_FALSE(r.success);
+    EXPECT_EQ(r.outcome, Outcome::NotGathered);
+    EXPECT_EQ(frontEnd->alerts,
+              QStringList{u"Logs could not be gathered|Please check your file permissions."_s});
+    EXPECT_FALSE(QFileInfo::exists(QXTroubleshootingUtils::workFolder()));
+
+    // A file standing where the temporary folder should be: ends quietly.
+    frontEnd->alerts.clear();
+    console.clear();
+    QDir().mkpath(desktop);
+    qputenv("TMPDIR", QFile::encodeName(tree.file(u"blocker"_s)));
+    EXPECT_EQ(gather().outcome, Outcome::Failed);
+    EXPECT_TRUE(frontEnd->alerts.isEmpty());
+    ASSERT_EQ(console.lines().size(), 1);
+    EXPECT_TRUE(console.lines().first().startsWith(u"Error creating temp folder: "_s));
 }
 
 TEST_F(QXTroubleshootingTest, gathersLogsCrashReportsAndPreferencesWithLinksAsTheyAre) {
@@ -114,54 +138,21 @@ TEST_F(QXTroubleshootingTest, gathersLogsCrashReportsAndPreferencesWithLinksAsTh
     EXPECT_TRUE(S_ISLNK(entries.value(inArchive(logs + u"/Probe.4.log"_s)).first));
 }
 
-TEST_F(QXTroubleshootingTest, aSecondArchiveGetsATimeStampAndTheFirstStays) {
+TEST_F(QXTroubleshootingTest, furtherArchivesGetATimeStampAndCanTakeAdditionalFiles) {
     writeFile(probeLog);
     const QXGatherResult first = gather(), second = gather();
     ASSERT_TRUE(first.success);
     ASSERT_TRUE(second.success);
-    EXPECT_TRUE(QFileInfo::exists(first.archivePath));
-    EXPECT_TRUE(QFileInfo::exists(second.archivePath));
     EXPECT_TRUE(matches(QRegularExpression::escape(desktop) + u"/Probe Logs_\\d{14}\\.zip"_s,
                         second.archivePath))
         << second.archivePath.toStdString();
-    // Within the same second a third one still gets a name of its own.
-    ASSERT_TRUE(gather().success);
+    // Within the same second a third one still gets a name of its own; none is replaced.
+    const QString extra = file("batch/job.sqb", "batch");
+    const QXGatherResult third =
+        QXTroubleshootingUtils::gatherLogsForAppsWithNames({app}, true, {extra});
+    ASSERT_TRUE(third.success);
+    EXPECT_TRUE(readZip(third.archivePath).contains(inArchive(extra)));
     EXPECT_EQ(QDir(desktop).entryList(QDir::Files).size(), 3);
-}
-
-TEST_F(QXTroubleshootingTest, aMissingDesktopOrWorkFolderMeansNothingIsGathered) {
-    writeFile(probeLog);
-    QDir(desktop).removeRecursively();
-    QXGatherResult r = gather();
-    EXPECT_FALSE(r.success);
-    EXPECT_EQ(r.outcome, Outcome::NotGathered);
-    EXPECT_EQ(frontEnd->alerts,
-              QStringList{u"Logs could not be gathered|Please check your file permissions."_s});
-    EXPECT_FALSE(QFileInfo::exists(QXTroubleshootingUtils::workFolder()));
-
-    // A file standing where the temporary folder should be: ends quietly.
-    frontEnd->alerts.clear();
-    console.clear();
-    QDir().mkpath(desktop);
-    qputenv("TMPDIR", QFile::encodeName(tree.file(u"blocker"_s)));
-    EXPECT_EQ(gather().outcome, Outcome::Failed);
-    EXPECT_TRUE(frontEnd->alerts.isEmpty());
-    ASSERT_EQ(console.lines().size(), 1);
-    EXPECT_TRUE(console.lines().first().startsWith(u"Error creating temp folder: "_s));
-}
-
-TEST_F(QXTroubleshootingTest, additionalFilesJoinTheArchiveAndAMissingOneStopsIt) {
-    writeFile(probeLog);
-    const QString extra = tree.file(u"batch/job.sqb"_s, "batch");
-    QXGatherResult r = QXTroubleshootingUtils::gatherLogsForAppsWithNames({app}, true, {extra});
-    ASSERT_TRUE(r.success);
-    EXPECT_TRUE(readZip(r.archivePath).contains(inArchive(extra)));
-
-    r = QXTroubleshootingUtils::gatherLogsForAppsWithNames({app}, false, {tree(u"missing.txt"_s)});
-    EXPECT_EQ(r.outcome, Outcome::Failed);
-    EXPECT_TRUE(frontEnd->alerts.isEmpty());
-    ASSERT_FALSE(console.lines().isEmpty());
-    EXPECT_TRUE(console.lines().last().startsWith(u"Unable to copy file: "_s));
 }
 
 TEST_F(QXTroubleshootingTest, viewingALogOpensItOrExplainsWhyNot) {

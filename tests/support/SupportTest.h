@@ -1,9 +1,12 @@
 #pragma once
 
-// Shared by the support tests: console capture, file helpers and the test log.
+// Shared by the support tests: console capture, file helpers, the test log and
+// a privilege mechanism that asks nobody.
+#include "QXAuthorization.h"
 #include "QXConsole.h"
 #include "QXLocalPaths.h"
 #include "QXLog.h"
+#include "QXTask.h"
 #include "TempTree.h"
 
 #include <QDir>
@@ -30,9 +33,6 @@ public:
         });
     }
     ~ConsoleCapture() { QXConsole::setSink(nullptr); }
-    ConsoleCapture(const ConsoleCapture&) = delete;
-    ConsoleCapture& operator=(const ConsoleCapture&) = delete;
-
     QStringList lines() const {
         QMutexLocker lock(&m_mutex);
         return m_lines;
@@ -44,7 +44,7 @@ public:
     }
 
 private:
-    mutable QMutex m_mutex;
+    mutable QMutex m_mutex; // also makes the capture non-copyable
     QStringList m_lines;
 };
 
@@ -63,10 +63,8 @@ inline bool matches(const QString& pattern, const QString& text) {
 // The entries of a zip archive: name -> (unix mode, data).
 inline QMap<QString, std::pair<quint32, QByteArray>> readZip(const QString& path) {
     QMap<QString, std::pair<quint32, QByteArray>> entries;
-    int err = 0;
-    zip_t* za = zip_open(QFile::encodeName(path).constData(), ZIP_RDONLY, &err);
-    if (!za) return entries;
-    for (zip_uint64_t i = 0; i < zip_uint64_t(zip_get_num_entries(za, 0)); ++i) {
+    zip_t* za = zip_open(QFile::encodeName(path).constData(), ZIP_RDONLY, nullptr);
+    for (zip_int64_t i = 0; za && i < zip_get_num_entries(za, 0); ++i) {
         zip_uint8_t os = 0;
         zip_uint32_t attributes = 0;
         zip_file_get_external_attributes(za, i, 0, &os, &attributes);
@@ -79,16 +77,8 @@ inline QMap<QString, std::pair<quint32, QByteArray>> readZip(const QString& path
         }
         entries.insert(QString::fromUtf8(zip_get_name(za, i, 0)), {attributes >> 16, data});
     }
-    zip_close(za);
+    if (za) zip_close(za);
     return entries;
-}
-
-// Starts a fresh log in the user's log folder. The tests run as root, whose
-// log goes to the machine-wide folder; the open file stays in use afterwards.
-inline void startUserLog() {
-    QXLocalPaths::setUserIdForTesting(1000);
-    QXLog::createNewLog();
-    QXLocalPaths::setUserIdForTesting(std::nullopt);
 }
 
 // The user's current log file's text once every queued line is written.
@@ -110,9 +100,67 @@ inline bool waitFor(const std::function<bool()>& condition) {
 // Base of the support tests that share the program's user log.
 class SupportTest : public ::testing::Test {
 protected:
-    static void SetUpTestSuite() { startUserLog(); }
-    // A path in the temporary tree.
+    // A fresh log in the user's log folder. The tests run as root, whose log
+    // goes to the machine-wide folder; the open file stays in use afterwards.
+    static void SetUpTestSuite() {
+        QXLocalPaths::setUserIdForTesting(1000);
+        QXLog::createNewLog();
+        QXLocalPaths::setUserIdForTesting(std::nullopt);
+    }
+    // A path in the temporary tree, and a file made there.
     QString t(const char* relative) const { return tree(QString::fromUtf8(relative)); }
+    QString file(const char* relative, const QByteArray& content = "x") const {
+        return tree.file(QString::fromUtf8(relative), content);
+    }
     ConsoleCapture console;
     TempTree tree;
+};
+
+// Records every privilege request and answers as scripted; when told to, it
+// runs the tool itself (the tests run as root). Only the test thread calls it.
+class FakePrivilegeMechanism : public QXPrivilegeMechanism {
+public:
+    struct Call {
+        QString tool;
+        QStringList arguments;
+        bool wait;
+    };
+    int interactiveAnswer = 0, credentialsAnswer = 0, executeAnswer = 0, releases = 0;
+    bool runForReal = false;
+    QStringList rightsAsked, credentials;
+    QList<Call> calls;
+
+    int obtainInteractively(const QString& right) override {
+        rightsAsked.append(right);
+        return interactiveAnswer;
+    }
+    int obtainWithCredentials(const QString& right, const QString& user,
+                              const QString& password) override {
+        rightsAsked.append(right);
+        credentials.append(user + u':' + password);
+        return credentialsAnswer;
+    }
+    int execute(const QString& tool, const QStringList& arguments, bool wait) override {
+        calls.append({tool, arguments, wait});
+        if (runForReal) QXTask::runTask(tool, arguments);
+        return executeAnswer;
+    }
+    void release() override { ++releases; }
+};
+
+// Runs a test as an ordinary user (id 1000, or the given one) with the fake
+// mechanism in place, and puts everything back afterwards.
+struct AsOrdinaryUser {
+    explicit AsOrdinaryUser(std::shared_ptr<FakePrivilegeMechanism> fake, bool gui = true,
+                            uid_t uid = 1000) {
+        QXLocalPaths::setUserIdForTesting(uid);
+        QXAuthorization::sharedController().setMechanism(std::move(fake));
+        QXAuthorization::sharedController().resetForTesting(gui);
+    }
+    ~AsOrdinaryUser() {
+        QXAuthorization::sharedController().setMechanism(nullptr);
+        QXLocalPaths::setUserIdForTesting(std::nullopt);
+        QXAuthorization::sharedController().resetForTesting(true);
+    }
+    AsOrdinaryUser(const AsOrdinaryUser&) = delete;
 };
