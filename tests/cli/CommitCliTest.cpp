@@ -62,19 +62,20 @@ protected:
         const QStringList j = QDir(journalFolder()).entryList({u"*.journal"_s}, QDir::Files);
         return j.isEmpty() ? QString() : journalFolder() + u'/' + j.first();
     }
-    // Waits until the journal holds a line starting with prefix.
-    bool waitForRecord(const QByteArray& prefix, int timeoutMs = 60000) const {
+    // Polls until done() says so (a minute at most).
+    template <class F> static bool waitUntil(F done) {
         QElapsedTimer t;
         t.start();
-        while (t.elapsed() < timeoutMs) {
-            const QString path = currentJournal();
-            QFile f(path);
-            if (!path.isEmpty() && f.open(QIODevice::ReadOnly) &&
-                f.readAll().contains(QByteArray('\n' + prefix)))
-                return true;
-            QThread::msleep(20);
-        }
+        for (; t.elapsed() < 60000; QThread::msleep(50))
+            if (done()) return true;
         return false;
+    }
+    // Waits until the journal holds a line starting with prefix.
+    bool waitForRecord(const QByteArray& prefix) const {
+        return waitUntil([&] {
+            QFile f(currentJournal());
+            return f.open(QIODevice::ReadOnly) && f.readAll().contains(QByteArray('\n' + prefix));
+        });
     }
     // A file of the IMG_ set under another (a temporary) name; empty: none.
     QString temporaryName() const {
@@ -84,17 +85,12 @@ protected:
     }
     // Waits until a temporary name stays: each lasts only an instant unless
     // the commit stopped between its two moves.
-    bool waitForLastingTemporaryName(int timeoutMs = 60000) const {
-        QElapsedTimer t;
-        t.start();
+    bool waitForLastingTemporaryName() const {
         QString previous;
-        while (t.elapsed() < timeoutMs) {
+        return waitUntil([&] {
             const QString now = temporaryName();
-            if (!now.isEmpty() && now == previous) return true;
-            previous = now;
-            QThread::msleep(50);
-        }
-        return false;
+            return !now.isEmpty() && std::exchange(previous, now) == now;
+        });
     }
     static QString journalOf(const CliResult& r) {
         const auto m = QRegularExpression(u"^journal: (.*)$"_s, QRegularExpression::MultilineOption)
