@@ -178,10 +178,15 @@ std::optional<int> runJournalCommand(const CommitOptions& o) {
 int runCommit(MyDocument& doc, const CommitOptions& o) {
     int changed = 0;
     QStringList conflicting;
+    // The names before the commit, to tell files left alone from files moved
+    // aside afterwards (the commit keeps the list's order).
+    QStringList before;
+    before.reserve(doc.fileCount());
     for (const FileItemPtr& item : doc.fileArray()) {
         const FileItemPtr preview = item->previewObject();
-        const QString next = preview ? preview->fileName() : item->fileName();
-        if (next != item->fileName()) ++changed;
+        before.append(item->fileName());
+        const QString next = preview ? preview->fileName() : before.last();
+        if (next != before.last()) ++changed;
         if (preview && preview->isConflicting())
             conflicting.append(item->fullPath() + QStringLiteral(" -> ") + next);
     }
@@ -209,13 +214,6 @@ int runCommit(MyDocument& doc, const CommitOptions& o) {
             return 1;
         }
     }
-
-    // The names before the commit, to tell files left alone from files moved
-    // aside (the commit keeps the list's order).
-    QStringList before;
-    before.reserve(doc.fileCount());
-    for (const FileItemPtr& item : doc.fileArray())
-        before.append(item->fileName());
 
     FileMover::installFaultsFromEnvironment();
     Preferences::setConflictActionOverride(o.conflictAction);

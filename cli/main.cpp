@@ -80,6 +80,14 @@ void appendJsonString(QByteArray& out, const QString& text) {
     out += '"';
 }
 
+// Writes out what has gathered once it is large (or always, when told to):
+// 100,000 rows go out in a few dozen writes.
+void flushOutput(QByteArray& out, bool always = false) {
+    if (!always && out.size() <= (1 << 16)) return;
+    std::fwrite(out.constData(), 1, static_cast<size_t>(out.size()), stdout);
+    out.clear();
+}
+
 // One JSON array of {"path", "old", "new", "conflict"} objects, in list order,
 // streamed in chunks.
 void printJson(const MyDocument& doc) {
@@ -96,13 +104,10 @@ void printJson(const MyDocument& doc) {
         appendJsonString(out, preview ? preview->fileName() : item->fileName());
         out += preview && preview->isConflicting() ? ", \"conflict\": true}"
                                                    : ", \"conflict\": false}";
-        if (out.size() > (1 << 16)) {
-            std::fwrite(out.constData(), 1, static_cast<size_t>(out.size()), stdout);
-            out.clear();
-        }
+        flushOutput(out);
     }
     out += files.isEmpty() ? "]\n" : "\n]\n";
-    std::fwrite(out.constData(), 1, static_cast<size_t>(out.size()), stdout);
+    flushOutput(out, true);
 }
 
 void printTable(const MyDocument& doc, bool fullPaths) {
@@ -114,15 +119,21 @@ void printTable(const MyDocument& doc, bool fullPaths) {
         width = std::max(width, olds.last().size());
     }
     int changed = 0, conflicts = 0;
+    QByteArray out;
     for (qsizetype i = 0; i < files.size(); ++i) {
         const FileItemPtr preview = files[i]->previewObject();
         const QString next = preview ? preview->fileName() : files[i]->fileName();
         const bool conflict = preview && preview->isConflicting();
         if (next != files[i]->fileName()) ++changed;
         if (conflict) ++conflicts;
-        std::printf("%s -> %s%s\n", olds[i].leftJustified(width).toLocal8Bit().constData(),
-                    next.toLocal8Bit().constData(), conflict ? "  [conflict]" : "");
+        out += olds[i].toLocal8Bit();
+        out.append(std::max<qsizetype>(width - olds[i].size(), 0), ' ');
+        out += " -> ";
+        out += next.toLocal8Bit();
+        out += conflict ? "  [conflict]\n" : "\n";
+        flushOutput(out);
     }
+    flushOutput(out, true);
     std::printf("%lld file(s), %d to rename, %d conflict(s)\n",
                 static_cast<long long>(files.size()), changed, conflicts);
 }
