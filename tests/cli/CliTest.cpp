@@ -6,6 +6,8 @@
 #include <QProcess>
 #include <gtest/gtest.h>
 
+using namespace Qt::Literals::StringLiterals;
+
 namespace {
 struct CliRun {
     int status = -1;
@@ -25,116 +27,102 @@ CliRun cli(const QStringList& args) {
 
 TempTree& frames(TempTree& t) {
     for (int f : {1, 2, 3, 5, 9})
-        t.file(QStringLiteral("plates/Shot.%1.EXR").arg(f, 4, 10, QLatin1Char('0')));
+        t.file(u"plates/Shot.%1.EXR"_s.arg(f, 4, 10, QLatin1Char('0')));
     return t;
 }
 
 TEST(Cli, WithoutATaskPrintsItemsAndComponents) {
     TempTree t;
     frames(t);
-    t.file(QStringLiteral("plates/.hidden"));
-    const CliRun r = cli({t(QStringLiteral("plates"))});
+    t.file(u"plates/.hidden"_s);
+    const CliRun r = cli({t(u"plates"_s)});
     ASSERT_EQ(r.status, 0) << r.err.toStdString();
-    EXPECT_TRUE(r.out.contains(QStringLiteral("Frame Number 1 (padding 4)")));
-    EXPECT_TRUE(r.out.contains(QStringLiteral("File Extension \"EXR\"")));
-    EXPECT_TRUE(r.out.contains(QStringLiteral("5 item(s)")));
-    EXPECT_FALSE(r.out.contains(QStringLiteral(".hidden")));
+    EXPECT_TRUE(r.out.contains(u"Frame Number 1 (padding 4)"_s));
+    EXPECT_TRUE(r.out.contains(u"File Extension \"EXR\""_s));
+    EXPECT_TRUE(r.out.contains(u"5 item(s)"_s));
+    EXPECT_FALSE(r.out.contains(u".hidden"_s));
 }
 
 TEST(Cli, PreviewTableAndJson) {
     TempTree t;
     frames(t);
-    const CliRun table =
-        cli({QStringLiteral("-t"), QStringLiteral("lower-ext"), t(QStringLiteral("plates"))});
+    const CliRun table = cli({u"-t"_s, u"lower-ext"_s, t(u"plates"_s)});
     ASSERT_EQ(table.status, 0) << table.err.toStdString();
-    EXPECT_TRUE(table.out.contains(QStringLiteral("Shot.0001.EXR -> Shot.0001.exr")));
-    EXPECT_TRUE(table.out.contains(QStringLiteral("5 file(s), 5 to rename, 0 conflict(s)")));
+    EXPECT_TRUE(table.out.contains(u"Shot.0001.EXR -> Shot.0001.exr"_s));
+    EXPECT_TRUE(table.out.contains(u"5 file(s), 5 to rename, 0 conflict(s)"_s));
 
-    const CliRun json =
-        cli({QStringLiteral("--task"), QStringLiteral("9"), QStringLiteral("--json"),
-             t(QStringLiteral("plates/Shot.0001.EXR")), t(QStringLiteral("plates/Shot.0002.EXR"))});
+    const CliRun json = cli({u"--task"_s, u"9"_s, u"--json"_s, t(u"plates/Shot.0001.EXR"_s),
+                             t(u"plates/Shot.0002.EXR"_s)});
     ASSERT_EQ(json.status, 0) << json.err.toStdString();
     const QJsonArray rows = QJsonDocument::fromJson(json.out.toUtf8()).array();
     ASSERT_EQ(rows.size(), 2);
     const QJsonObject first = rows[0].toObject();
-    EXPECT_EQ(first.value(QStringLiteral("path")).toString(),
-              t(QStringLiteral("plates/Shot.0001.EXR")));
-    EXPECT_EQ(first.value(QStringLiteral("old")).toString(), QStringLiteral("Shot.0001.EXR"));
-    EXPECT_EQ(first.value(QStringLiteral("new")).toString(), QStringLiteral("Shot.EXR"));
-    EXPECT_TRUE(first.value(QStringLiteral("conflict")).toBool()); // both become Shot.EXR
+    EXPECT_EQ(first.value(u"path"_s).toString(), t(u"plates/Shot.0001.EXR"_s));
+    EXPECT_EQ(first.value(u"old"_s).toString(), u"Shot.0001.EXR"_s);
+    EXPECT_EQ(first.value(u"new"_s).toString(), u"Shot.EXR"_s);
+    EXPECT_TRUE(first.value(u"conflict"_s).toBool()); // both become Shot.EXR
 }
 
 TEST(Cli, SettingsByKeyAndFormat) {
     TempTree t;
     frames(t);
     const CliRun pad =
-        cli({QStringLiteral("-t"), QStringLiteral("pad"), QStringLiteral("-s"),
-             QStringLiteral("padLength=6"), t(QStringLiteral("plates/Shot.0009.EXR"))});
-    EXPECT_TRUE(pad.out.contains(QStringLiteral("-> Shot.000009.EXR"))) << pad.out.toStdString();
+        cli({u"-t"_s, u"pad"_s, u"-s"_s, u"padLength=6"_s, t(u"plates/Shot.0009.EXR"_s)});
+    EXPECT_TRUE(pad.out.contains(u"-> Shot.000009.EXR"_s)) << pad.out.toStdString();
 
     const CliRun regex =
-        cli({QStringLiteral("-t"), QStringLiteral("find-replace"), QStringLiteral("-s"),
-             QStringLiteral("find=(\\w+)\\.(\\d+)"), QStringLiteral("-s"),
-             QStringLiteral("replace=$2_$1"), QStringLiteral("-s"), QStringLiteral("regex=yes"),
-             t(QStringLiteral("plates/Shot.0001.EXR"))});
-    EXPECT_TRUE(regex.out.contains(QStringLiteral("-> 0001_Shot.EXR"))) << regex.out.toStdString();
+        cli({u"-t"_s, u"find-replace"_s, u"-s"_s, u"find=(\\w+)\\.(\\d+)"_s, u"-s"_s,
+             u"replace=$2_$1"_s, u"-s"_s, u"regex=yes"_s, t(u"plates/Shot.0001.EXR"_s)});
+    EXPECT_TRUE(regex.out.contains(u"-> 0001_Shot.EXR"_s)) << regex.out.toStdString();
 
-    const CliRun conform =
-        cli({QStringLiteral("-t"), QStringLiteral("conform"), QStringLiteral("--format"),
-             QStringLiteral("@@ Filename @@_v2.@@ Frame Number @@.@@ File Extension @@"),
-             t(QStringLiteral("plates/Shot.0003.EXR"))});
-    EXPECT_TRUE(conform.out.contains(QStringLiteral("-> Shot_v2.0003.EXR")))
-        << conform.out.toStdString();
+    const CliRun conform = cli({u"-t"_s, u"conform"_s, u"--format"_s,
+                                u"@@ Filename @@_v2.@@ Frame Number @@.@@ File Extension @@"_s,
+                                t(u"plates/Shot.0003.EXR"_s)});
+    EXPECT_TRUE(conform.out.contains(u"-> Shot_v2.0003.EXR"_s)) << conform.out.toStdString();
 }
 
 TEST(Cli, GapCheckPrintsItsReport) {
     TempTree t;
     frames(t);
-    const CliRun r =
-        cli({QStringLiteral("-t"), QStringLiteral("check-gaps"), t(QStringLiteral("plates"))});
+    const CliRun r = cli({u"-t"_s, u"check-gaps"_s, t(u"plates"_s)});
     ASSERT_EQ(r.status, 0);
-    EXPECT_TRUE(r.out.contains(QStringLiteral("2 gaps found")));
-    EXPECT_TRUE(r.out.contains(
-        QStringLiteral("Frame number gaps were found at the following locations:\n4\n6-8")))
+    EXPECT_TRUE(r.out.contains(u"2 gaps found"_s));
+    EXPECT_TRUE(
+        r.out.contains(u"Frame number gaps were found at the following locations:\n4\n6-8"_s))
         << r.out.toStdString();
 }
 
 TEST(Cli, BatchFilesSaveAndReopen) {
     TempTree t;
     frames(t);
-    const QString batch = t(QStringLiteral("b.sqb"));
-    const CliRun save = cli({QStringLiteral("-t"), QStringLiteral("offset"), QStringLiteral("-s"),
-                             QStringLiteral("offset=-1"), QStringLiteral("--save"), batch,
-                             t(QStringLiteral("plates/Shot.0002.EXR"))});
+    const QString batch = t(u"b.sqb"_s);
+    const CliRun save = cli({u"-t"_s, u"offset"_s, u"-s"_s, u"offset=-1"_s, u"--save"_s, batch,
+                             t(u"plates/Shot.0002.EXR"_s)});
     ASSERT_EQ(save.status, 0) << save.err.toStdString();
-    EXPECT_TRUE(
-        t.read(QStringLiteral("b.sqb")).contains("<integer>18446744073709551615</integer>"));
-    const CliRun reopen = cli({QStringLiteral("-b"), batch});
+    EXPECT_TRUE(t.read(u"b.sqb"_s).contains("<integer>18446744073709551615</integer>"));
+    const CliRun reopen = cli({u"-b"_s, batch});
     ASSERT_EQ(reopen.status, 0) << reopen.err.toStdString();
-    EXPECT_TRUE(reopen.out.contains(QStringLiteral("Shot.0002.EXR -> Shot.0001.EXR")))
+    EXPECT_TRUE(reopen.out.contains(u"Shot.0002.EXR -> Shot.0001.EXR"_s))
         << reopen.out.toStdString();
 }
 
 TEST(Cli, UsageErrorsExitWithTwoAndOneLine) {
     TempTree t;
     const QStringList bad[] = {
-        {QStringLiteral("-t"), QStringLiteral("sparkle"), t.path()},
-        {QStringLiteral("-t"), QStringLiteral("27"), t.path()},
-        {QStringLiteral("-t"), QStringLiteral("pad"), QStringLiteral("-s"),
-         QStringLiteral("padLength"), t.path()},
-        {QStringLiteral("-t"), QStringLiteral("pad"), QStringLiteral("-s"),
-         QStringLiteral("find=x"), t.path()},
-        {QStringLiteral("-t"), QStringLiteral("find-replace"), QStringLiteral("-s"),
-         QStringLiteral("regex=maybe"), t.path()},
-        {QStringLiteral("-b"), t(QStringLiteral("missing.sqb"))},
-        {QStringLiteral("--no-such-option")},
-        {QStringLiteral("-t"), QStringLiteral("check-gaps"), QStringLiteral("--apply"), t.path()},
+        {u"-t"_s, u"sparkle"_s, t.path()},
+        {u"-t"_s, u"27"_s, t.path()},
+        {u"-t"_s, u"pad"_s, u"-s"_s, u"padLength"_s, t.path()},
+        {u"-t"_s, u"pad"_s, u"-s"_s, u"find=x"_s, t.path()},
+        {u"-t"_s, u"find-replace"_s, u"-s"_s, u"regex=maybe"_s, t.path()},
+        {u"-b"_s, t(u"missing.sqb"_s)},
+        {u"--no-such-option"_s},
+        {u"-t"_s, u"check-gaps"_s, u"--apply"_s, t.path()},
     };
     for (const QStringList& args : bad) {
         const CliRun r = cli(args);
         EXPECT_EQ(r.status, 2) << args.join(u' ').toStdString();
         EXPECT_EQ(r.err.trimmed().count(u'\n'), 0) << r.err.toStdString();
-        EXPECT_TRUE(r.err.startsWith(QStringLiteral("seqmate-cli: "))) << r.err.toStdString();
+        EXPECT_TRUE(r.err.startsWith(u"seqmate-cli: "_s)) << r.err.toStdString();
     }
 }
 } // namespace

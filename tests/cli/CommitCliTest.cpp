@@ -126,8 +126,8 @@ TEST_F(CommitCli, ConfirmationIsAskedOnATerminal) {
     const QString script = QStandardPaths::findExecutable(u"script"_s);
     if (script.isEmpty()) GTEST_SKIP() << "no script(1) to make a terminal";
     makeFiles(u"A%1"_s, 2);
-    const QString command = QStringLiteral("'%1' -t lower --apply '%2'")
-                                .arg(QStringLiteral(SEQMATE_CLI_PATH), tree(u"files"_s));
+    const QString command =
+        u"'%1' -t lower --apply '%2'"_s.arg(QStringLiteral(SEQMATE_CLI_PATH), tree(u"files"_s));
     for (const char* answer : {"n\n", "y\n"}) {
         QProcess p;
         p.setProcessEnvironment(env());

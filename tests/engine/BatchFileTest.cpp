@@ -7,6 +7,8 @@
 #include <QFile>
 #include <gtest/gtest.h>
 
+using namespace Qt::Literals::StringLiterals;
+
 namespace {
 QVariantMap readRoot(const QString& path) {
     return PropertyList::readFile(path).toMap();
@@ -15,24 +17,19 @@ QVariantMap readRoot(const QString& path) {
 TEST(BatchFile, PadTaskSavesAndReopens) {
     TempTree t;
     MyDocument doc;
-    doc.addFileToList(QStringLiteral("/shots/a.0001.exr"));
-    doc.addFileToList(QStringLiteral("/shots/b.0001.exr"));
+    doc.addFileToList(u"/shots/a.0001.exr"_s);
+    doc.addFileToList(u"/shots/b.0001.exr"_s);
     doc.setSelectedTag(5);
-    doc.setFieldText(Outlet::padLengthField, QStringLiteral("6"));
-    const QString file = t(QStringLiteral("batch.sqb"));
+    doc.setFieldText(Outlet::padLengthField, u"6"_s);
+    const QString file = t(u"batch.sqb"_s);
     ASSERT_TRUE(doc.writeToURL(file));
 
     const QVariantMap root = readRoot(file);
-    EXPECT_EQ(root.value(QStringLiteral("version")).toString(), QStringLiteral("1.0"));
-    EXPECT_EQ(root.value(QStringLiteral("selectedAction")).toInt(), 5);
-    EXPECT_EQ(
-        root.value(QStringLiteral("files")).toStringList(),
-        QStringList({QStringLiteral("/shots/a.0001.exr"), QStringLiteral("/shots/b.0001.exr")}));
-    EXPECT_EQ(root.value(QStringLiteral("settings"))
-                  .toMap()
-                  .value(QStringLiteral("padLength"))
-                  .toULongLong(),
-              6u);
+    EXPECT_EQ(root.value(u"version"_s).toString(), u"1.0"_s);
+    EXPECT_EQ(root.value(u"selectedAction"_s).toInt(), 5);
+    EXPECT_EQ(root.value(u"files"_s).toStringList(),
+              QStringList({u"/shots/a.0001.exr"_s, u"/shots/b.0001.exr"_s}));
+    EXPECT_EQ(root.value(u"settings"_s).toMap().value(u"padLength"_s).toULongLong(), 6u);
 
     RecordingView view;
     MyDocument reopened(&view);
@@ -41,7 +38,7 @@ TEST(BatchFile, PadTaskSavesAndReopens) {
     reopened.windowControllerDidLoadNib();
     reopened.waitForPreviews();
     EXPECT_EQ(reopened.selectedTag(), 5);
-    EXPECT_EQ(reopened.settingsForm().fieldText(Outlet::padLengthField), QStringLiteral("6"));
+    EXPECT_EQ(reopened.settingsForm().fieldText(Outlet::padLengthField), u"6"_s);
     EXPECT_TRUE(reopened.batchFileDict().isEmpty()); // consumed by the window
     EXPECT_GE(view.settingsChanges, 1);
     EXPECT_EQ(view.lastTag, 5);
@@ -51,49 +48,44 @@ TEST(BatchFile, NegativeOffsetTravelsAsItsUnsignedBits) {
     TempTree t;
     MyDocument doc;
     doc.setSelectedTag(3);
-    doc.setFieldText(Outlet::offsetField, QStringLiteral("-3"));
-    const QString file = t(QStringLiteral("offset.sqb"));
+    doc.setFieldText(Outlet::offsetField, u"-3"_s);
+    const QString file = t(u"offset.sqb"_s);
     ASSERT_TRUE(doc.writeToURL(file));
-    EXPECT_TRUE(QString::fromUtf8(t.read(QStringLiteral("offset.sqb")))
-                    .contains(QStringLiteral("<integer>18446744073709551613</integer>")));
+    EXPECT_TRUE(QString::fromUtf8(t.read(u"offset.sqb"_s))
+                    .contains(u"<integer>18446744073709551613</integer>"_s));
     MyDocument reopened;
     reopened.readFromURL(file);
     reopened.setSelectedTag(3);
-    reopened.setSettingsFromDictionary(
-        reopened.batchFileDict().value(QStringLiteral("settings")).toMap());
-    EXPECT_EQ(reopened.settingsForm().fieldText(Outlet::offsetField),
-              QStringLiteral("18446744073709551613"));
+    reopened.setSettingsFromDictionary(reopened.batchFileDict().value(u"settings"_s).toMap());
+    EXPECT_EQ(reopened.settingsForm().fieldText(Outlet::offsetField), u"18446744073709551613"_s);
     // Read back signed by the task, it is -3 again.
-    EXPECT_EQ(static_cast<qint64>(
-                  reopened.dictionaryFromSettings().value(QStringLiteral("offset")).toULongLong()),
-              -3);
+    EXPECT_EQ(
+        static_cast<qint64>(reopened.dictionaryFromSettings().value(u"offset"_s).toULongLong()),
+        -3);
 }
 
 TEST(BatchFile, SettingsDictionaryByTask) {
     MyDocument doc;
-    doc.setFieldText(Outlet::findStringField, QStringLiteral("a"));
-    doc.setFieldText(Outlet::replaceStringField, QStringLiteral("b"));
+    doc.setFieldText(Outlet::findStringField, u"a"_s);
+    doc.setFieldText(Outlet::replaceStringField, u"b"_s);
     doc.setCheckState(Outlet::findRegExCheck, 1);
     doc.setSelectedTag(1);
     const QVariantMap find = doc.dictionaryFromSettings();
-    EXPECT_EQ(find.keys(), QStringList({QStringLiteral("find"), QStringLiteral("includeExtension"),
-                                        QStringLiteral("matchCase"), QStringLiteral("regex"),
-                                        QStringLiteral("replace")}));
-    EXPECT_EQ(find.value(QStringLiteral("regex")).toInt(), 1);
-    EXPECT_EQ(find.value(QStringLiteral("matchCase")).toInt(), 0);
+    EXPECT_EQ(find.keys(), QStringList({u"find"_s, u"includeExtension"_s, u"matchCase"_s,
+                                        u"regex"_s, u"replace"_s}));
+    EXPECT_EQ(find.value(u"regex"_s).toInt(), 1);
+    EXPECT_EQ(find.value(u"matchCase"_s).toInt(), 0);
     for (int tag : {0, 4, 6, 8, 9, 11, 17, 18, 19, 20, 21, 22, 23, 24, 27}) {
         doc.setSelectedTag(tag);
         EXPECT_TRUE(doc.dictionaryFromSettings().isEmpty()) << tag;
     }
     // Shared keys belong to the selected task's own fields.
-    doc.setFieldText(Outlet::removeCharRangeStartField, QStringLiteral("1"));
-    doc.setFieldText(Outlet::replaceRangeStartPosition, QStringLiteral("7"));
+    doc.setFieldText(Outlet::removeCharRangeStartField, u"1"_s);
+    doc.setFieldText(Outlet::replaceRangeStartPosition, u"7"_s);
     doc.setSelectedTag(16);
-    EXPECT_EQ(doc.dictionaryFromSettings().value(QStringLiteral("rangeStart")).toString(),
-              QStringLiteral("1"));
+    EXPECT_EQ(doc.dictionaryFromSettings().value(u"rangeStart"_s).toString(), u"1"_s);
     doc.setSelectedTag(26);
-    EXPECT_EQ(doc.dictionaryFromSettings().value(QStringLiteral("rangeStart")).toString(),
-              QStringLiteral("7"));
+    EXPECT_EQ(doc.dictionaryFromSettings().value(u"rangeStart"_s).toString(), u"7"_s);
     // Missing keys restore as empty text and unchecked boxes.
     doc.setSelectedTag(1);
     doc.setSettingsFromDictionary({});
@@ -105,36 +97,30 @@ TEST(BatchFile, ConformFormatIsSavedButNotRestored) {
     TempTree t;
     MyDocument doc;
     doc.setSelectedTag(2);
-    doc.setTokens({QStringLiteral("@@ Filename @@"), QStringLiteral("_v1.")});
-    const QString file = t(QStringLiteral("conform.sqb"));
+    doc.setTokens({u"@@ Filename @@"_s, u"_v1."_s});
+    const QString file = t(u"conform.sqb"_s);
     ASSERT_TRUE(doc.writeToURL(file));
-    const QVariantList format = readRoot(file)
-                                    .value(QStringLiteral("settings"))
-                                    .toMap()
-                                    .value(QStringLiteral("formatArray"))
-                                    .toList();
+    const QVariantList format =
+        readRoot(file).value(u"settings"_s).toMap().value(u"formatArray"_s).toList();
     ASSERT_FALSE(format.isEmpty());
-    EXPECT_EQ(format.first().toMap().value(QStringLiteral("Filename")).toString(),
-              QStringLiteral("Filename"));
+    EXPECT_EQ(format.first().toMap().value(u"Filename"_s).toString(), u"Filename"_s);
     MyDocument reopened;
-    reopened.setTokens({QStringLiteral("kept")});
+    reopened.setTokens({u"kept"_s});
     reopened.readFromURL(file);
     reopened.setSelectedTag(2);
-    reopened.setSettingsFromDictionary(
-        reopened.batchFileDict().value(QStringLiteral("settings")).toMap());
-    EXPECT_EQ(reopened.settingsForm().tokens, QVariantList({QStringLiteral("kept")}));
+    reopened.setSettingsFromDictionary(reopened.batchFileDict().value(u"settings"_s).toMap());
+    EXPECT_EQ(reopened.settingsForm().tokens, QVariantList({u"kept"_s}));
 }
 
 TEST(BatchFile, PathListIsTakenAsItStands) {
     TempTree t;
     QVariantMap root;
-    root.insert(QStringLiteral("files"), QVariantList({QStringLiteral("/gone/a.1.exr"),
-                                                       QStringLiteral("/gone/a.1.exr"), 42}));
-    ASSERT_TRUE(PropertyList::writeFile(t(QStringLiteral("dup.sqb")), root));
+    root.insert(u"files"_s, QVariantList({u"/gone/a.1.exr"_s, u"/gone/a.1.exr"_s, 42}));
+    ASSERT_TRUE(PropertyList::writeFile(t(u"dup.sqb"_s), root));
     MyDocument doc;
-    EXPECT_TRUE(doc.readFromURL(t(QStringLiteral("dup.sqb"))));
+    EXPECT_TRUE(doc.readFromURL(t(u"dup.sqb"_s)));
     EXPECT_EQ(doc.fileCount(), 2); // twice listed, twice an item; the number is skipped
-    EXPECT_EQ(doc.fileInQueue(QStringLiteral("/gone/a.1.exr")), doc.fileArray().first());
+    EXPECT_EQ(doc.fileInQueue(u"/gone/a.1.exr"_s), doc.fileArray().first());
 }
 
 TEST(BatchFile, BadFilesGiveAnEmptyBatch) {
@@ -162,7 +148,7 @@ TEST(BatchFile, BadFilesGiveAnEmptyBatch) {
         doc.waitForPreviews();
     }
     MyDocument missing;
-    EXPECT_TRUE(missing.readFromURL(t(QStringLiteral("absent.sqb"))));
+    EXPECT_TRUE(missing.readFromURL(t(u"absent.sqb"_s)));
     EXPECT_EQ(missing.fileCount(), 0);
 }
 
@@ -170,19 +156,19 @@ TEST(BatchFile, HundredThousandPathsLoad) {
     TempTree t;
     QVariantList files;
     for (int i = 0; i < 100000; ++i)
-        files.append(QStringLiteral("/big/shot.%1.exr").arg(i, 6, 10, QLatin1Char('0')));
+        files.append(u"/big/shot.%1.exr"_s.arg(i, 6, 10, QLatin1Char('0')));
     QVariantMap root;
-    root.insert(QStringLiteral("files"), files);
-    ASSERT_TRUE(PropertyList::writeFile(t(QStringLiteral("big.sqb")), root));
+    root.insert(u"files"_s, files);
+    ASSERT_TRUE(PropertyList::writeFile(t(u"big.sqb"_s), root));
     MyDocument doc;
-    doc.readFromURL(t(QStringLiteral("big.sqb")));
+    doc.readFromURL(t(u"big.sqb"_s));
     EXPECT_EQ(doc.fileCount(), 100000);
-    EXPECT_TRUE(doc.fileInQueue(QStringLiteral("/big/shot.099999.exr")));
+    EXPECT_TRUE(doc.fileInQueue(u"/big/shot.099999.exr"_s));
 }
 
 TEST(BatchFile, WritingIntoAMissingFolderFails) {
     TempTree t;
     MyDocument doc;
-    EXPECT_FALSE(doc.writeToURL(t(QStringLiteral("no/such/folder/b.sqb"))));
+    EXPECT_FALSE(doc.writeToURL(t(u"no/such/folder/b.sqb"_s)));
 }
 } // namespace

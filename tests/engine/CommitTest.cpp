@@ -26,18 +26,17 @@ QList<Kind> kinds(const RenameJournal::Contents& c) {
 class CommitTest : public CommitFixture {};
 
 TEST_F(CommitTest, RenamesEveryChangedFileAndRekeysTheItems) {
-    const FileList f =
-        batch({QStringLiteral("a.1.jpg"), QStringLiteral("a.2.jpg"), QStringLiteral("same.jpg")});
-    propose(f[0], QStringLiteral("x_a.1.jpg"));
-    propose(f[1], QStringLiteral("x_a.2.jpg"));
-    propose(f[2], QStringLiteral("same.jpg"));
+    const FileList f = batch({u"a.1.jpg"_s, u"a.2.jpg"_s, u"same.jpg"_s});
+    propose(f[0], u"x_a.1.jpg"_s);
+    propose(f[1], u"x_a.2.jpg"_s);
+    propose(f[2], u"same.jpg"_s);
 
     EXPECT_TRUE(doc.copyFiles());
     EXPECT_EQ(tree.list(), (QStringList{u"same.jpg"_s, u"x_a.1.jpg"_s, u"x_a.2.jpg"_s}));
-    EXPECT_EQ(tree.read(QStringLiteral("x_a.2.jpg")), "a.2.jpg");
+    EXPECT_EQ(tree.read(u"x_a.2.jpg"_s), "a.2.jpg");
     EXPECT_EQ(f[0]->fileName(), u"x_a.1.jpg"_s);
-    EXPECT_EQ(doc.fileInQueue(tree(QStringLiteral("x_a.1.jpg"))), f[0]);
-    EXPECT_EQ(doc.fileInQueue(tree(QStringLiteral("a.1.jpg"))), nullptr);
+    EXPECT_EQ(doc.fileInQueue(tree(u"x_a.1.jpg"_s)), f[0]);
+    EXPECT_EQ(doc.fileInQueue(tree(u"a.1.jpg"_s)), nullptr);
     EXPECT_TRUE(view.alerts.isEmpty());
     EXPECT_EQ(view.progressSteps, 3);
     EXPECT_TRUE(doc.lastFailedNames().isEmpty());
@@ -46,28 +45,28 @@ TEST_F(CommitTest, RenamesEveryChangedFileAndRekeysTheItems) {
     ASSERT_TRUE(j);
     EXPECT_TRUE(j->complete);
     ASSERT_EQ(j->steps.size(), 2); // nothing recorded for the unchanged name
-    EXPECT_EQ(j->steps[1].from, tree(QStringLiteral("a.2.jpg")));
-    EXPECT_EQ(j->steps[1].to, tree(QStringLiteral("x_a.2.jpg")));
+    EXPECT_EQ(j->steps[1].from, tree(u"a.2.jpg"_s));
+    EXPECT_EQ(j->steps[1].to, tree(u"x_a.2.jpg"_s));
     EXPECT_EQ(j->steps[1].state, RenameJournal::State::Done);
 }
 
 TEST_F(CommitTest, NothingToMoveWritesNoJournal) {
-    const FileList f = batch({QStringLiteral("a.jpg")});
+    const FileList f = batch({u"a.jpg"_s});
     EXPECT_TRUE(doc.copyFiles());
     EXPECT_TRUE(doc.lastJournalPath().isEmpty());
     EXPECT_TRUE(RenameJournal::list().isEmpty());
 }
 
 TEST_F(CommitTest, BlankNameFailsAndShowsTheSummaryOverTheProgressSheet) {
-    const FileList f = batch({QStringLiteral("a.jpg"), QStringLiteral("b.jpg")});
+    const FileList f = batch({u"a.jpg"_s, u"b.jpg"_s});
     propose(f[0], QString());
-    propose(f[1], QStringLiteral("c.jpg"));
+    propose(f[1], u"c.jpg"_s);
 
     EXPECT_FALSE(doc.copyFiles());
     EXPECT_EQ(tree.list(), (QStringList{u"a.jpg"_s, u"c.jpg"_s}));
     EXPECT_EQ(doc.lastFailedNames(), QStringList{u"a.jpg"_s});
     EXPECT_TRUE(logMessages().contains(
-        QStringLiteral("Unable to rename %1 - new filename is blank").arg(tree(u"a.jpg"_s))));
+        u"Unable to rename %1 - new filename is blank"_s.arg(tree(u"a.jpg"_s))));
     ASSERT_EQ(view.alerts.size(), 1);
     EXPECT_EQ(view.alerts[0].messageText, u"Some files could not be renamed"_s);
     EXPECT_EQ(view.alerts[0].informativeText, u"The following files were not renamed:\n\na.jpg"_s);
@@ -76,8 +75,8 @@ TEST_F(CommitTest, BlankNameFailsAndShowsTheSummaryOverTheProgressSheet) {
 }
 
 TEST_F(CommitTest, CaseOnlyChangeGoesThroughATemporaryNameInTheSameFolder) {
-    const FileList f = batch({QStringLiteral("IMG.JPG")});
-    propose(f[0], QStringLiteral("img.jpg"));
+    const FileList f = batch({u"IMG.JPG"_s});
+    propose(f[0], u"img.jpg"_s);
 
     EXPECT_TRUE(doc.copyFiles());
     EXPECT_EQ(tree.list(), QStringList{u"img.jpg"_s});
@@ -88,17 +87,17 @@ TEST_F(CommitTest, CaseOnlyChangeGoesThroughATemporaryNameInTheSameFolder) {
     EXPECT_EQ(QXFileItem::deletingLastPathComponent(tmp), tree.path());
     EXPECT_EQ(j->steps[0].finalPath, tree(u"img.jpg"_s));
     EXPECT_EQ(j->steps[1].from, tmp);
-    EXPECT_TRUE(logMessages().contains(
-        QStringLiteral("Creating temp file %1 for %2").arg(tmp, tree(u"IMG.JPG"_s))));
+    EXPECT_TRUE(
+        logMessages().contains(u"Creating temp file %1 for %2"_s.arg(tmp, tree(u"IMG.JPG"_s))));
 }
 
 TEST_F(CommitTest, CaseOnlyChangeOntoAnotherExistingFileFailsAndLeavesThatFileIntact) {
-    const FileList f = batch({QStringLiteral("A.txt")});
-    tree.file(QStringLiteral("a.txt"), "the other file");
-    propose(f[0], QStringLiteral("a.txt"));
+    const FileList f = batch({u"A.txt"_s});
+    tree.file(u"a.txt"_s, "the other file");
+    propose(f[0], u"a.txt"_s);
 
     EXPECT_FALSE(doc.copyFiles());
-    EXPECT_EQ(tree.read(QStringLiteral("a.txt")), "the other file");
+    EXPECT_EQ(tree.read(u"a.txt"_s), "the other file");
     EXPECT_EQ(doc.lastFailedNames(), QStringList{u"A.txt"_s});
     // The file stays under its temporary name, and the journal says where.
     const auto j = RenameJournal::read(doc.lastJournalPath());
@@ -106,22 +105,21 @@ TEST_F(CommitTest, CaseOnlyChangeOntoAnotherExistingFileFailsAndLeavesThatFileIn
     const QString tmp = j->steps[0].to;
     EXPECT_EQ(readText(tmp), u"A.txt"_s);
     EXPECT_EQ(j->steps[1].state, RenameJournal::State::Failed);
-    EXPECT_TRUE(logMessages().contains(
-        QStringLiteral("Unable to move to %1. %2").arg(tmp, tree(u"a.txt"_s))));
+    EXPECT_TRUE(logMessages().contains(u"Unable to move to %1. %2"_s.arg(tmp, tree(u"a.txt"_s))));
 }
 
 TEST_F(CommitTest, SwappingTwoBatchFilesMovesTheSecondAsideFirst) {
-    const FileList f = batch({QStringLiteral("a.txt"), QStringLiteral("b.txt")});
-    propose(f[0], QStringLiteral("b.txt"));
-    propose(f[1], QStringLiteral("a.txt"));
+    const FileList f = batch({u"a.txt"_s, u"b.txt"_s});
+    propose(f[0], u"b.txt"_s);
+    propose(f[1], u"a.txt"_s);
 
     EXPECT_TRUE(doc.copyFiles());
     EXPECT_EQ(tree.list(), (QStringList{u"a.txt"_s, u"b.txt"_s}));
-    EXPECT_EQ(tree.read(QStringLiteral("b.txt")), "a.txt");
-    EXPECT_EQ(tree.read(QStringLiteral("a.txt")), "b.txt");
+    EXPECT_EQ(tree.read(u"b.txt"_s), "a.txt");
+    EXPECT_EQ(tree.read(u"a.txt"_s), "b.txt");
     EXPECT_EQ(f[1]->fileName(), u"a.txt"_s);
     EXPECT_TRUE(logMessages().contains(
-        QStringLiteral("Proposed file %1 exists, renaming old file...").arg(tree(u"b.txt"_s))));
+        u"Proposed file %1 exists, renaming old file..."_s.arg(tree(u"b.txt"_s))));
     EXPECT_TRUE(doc.lastCommitSummary().reachedEnd);
     EXPECT_EQ(doc.lastCommitSummary().movedAside, 1);
     const auto j = RenameJournal::read(doc.lastJournalPath());
@@ -149,15 +147,14 @@ class ConflictActionTest : public CommitFixture,
 TEST_P(ConflictActionTest, ForeignFileAtTheTarget) {
     const ConflictCase c = GetParam();
     Preferences::setConflictActionOverride(c.action);
-    const FileList f = batch({QStringLiteral("x.txt")});
-    tree.file(QStringLiteral("y.txt"), "foreign");
-    propose(f[0], QStringLiteral("y.txt"));
+    const FileList f = batch({u"x.txt"_s});
+    tree.file(u"y.txt"_s, "foreign");
+    propose(f[0], u"y.txt"_s);
 
     EXPECT_EQ(doc.copyFiles(), c.renamed);
-    EXPECT_EQ(tree.read(QStringLiteral("y.txt")), c.renamed ? "x.txt" : "foreign");
+    EXPECT_EQ(tree.read(u"y.txt"_s), c.renamed ? "x.txt" : "foreign");
     if (c.leftover[0]) {
-        const QString pattern =
-            QString::fromUtf8(c.leftover).replace(QStringLiteral("STAMP"), stamp());
+        const QString pattern = QString::fromUtf8(c.leftover).replace(u"STAMP"_s, stamp());
         const QString folder = QXFileItem::deletingLastPathComponent(pattern);
         const QString found = entryMatching(folder == u'/' ? QString() : folder,
                                             QXFileItem::lastPathComponent(pattern));
@@ -182,14 +179,13 @@ INSTANTIATE_TEST_SUITE_P(Actions, ConflictActionTest,
                                            ConflictCase{-1, false, ""}));
 
 TEST_F(CommitTest, SecondCollisionInConflictingFilesGetsTheDatedName) {
-    const FileList f = batch({QStringLiteral("x.txt")});
-    tree.file(QStringLiteral("y.txt"), "foreign");
-    tree.file(QStringLiteral("Conflicting files/y.txt"), "earlier");
-    propose(f[0], QStringLiteral("y.txt"));
+    const FileList f = batch({u"x.txt"_s});
+    tree.file(u"y.txt"_s, "foreign");
+    tree.file(u"Conflicting files/y.txt"_s, "earlier");
+    propose(f[0], u"y.txt"_s);
     ASSERT_TRUE(doc.copyFiles());
-    EXPECT_EQ(tree.read(QStringLiteral("Conflicting files/y.txt")), "earlier");
-    const QString dated =
-        entryMatching(QStringLiteral("Conflicting files"), u"y_"_s + stamp() + u"\\.txt"_s);
+    EXPECT_EQ(tree.read(u"Conflicting files/y.txt"_s), "earlier");
+    const QString dated = entryMatching(u"Conflicting files"_s, u"y_"_s + stamp() + u"\\.txt"_s);
     ASSERT_FALSE(dated.isEmpty());
     EXPECT_EQ(tree.read(u"Conflicting files/"_s + dated), "foreign");
 }
@@ -199,9 +195,9 @@ TEST_F(CommitTest, ConflictActionComesFromTheUserDefaultsUnlessOverridden) {
     EXPECT_EQ(Preferences::conflictAction(), 2);
     Preferences::setConflictActionOverride(std::nullopt);
     Preferences::setConflictAction(1);
-    const FileList f = batch({QStringLiteral("x")});
-    tree.file(QStringLiteral("y"), "foreign");
-    propose(f[0], QStringLiteral("y"));
+    const FileList f = batch({u"x"_s});
+    tree.file(u"y"_s, "foreign");
+    propose(f[0], u"y"_s);
     ASSERT_TRUE(doc.copyFiles());
     // A name without extension gets no trailing dot.
     EXPECT_FALSE(entryMatching(QString(), u"y_"_s + stamp()).isEmpty())
@@ -209,45 +205,44 @@ TEST_F(CommitTest, ConflictActionComesFromTheUserDefaultsUnlessOverridden) {
 }
 
 TEST_F(CommitTest, RenamedFolderRepointsTheItemsInsideAndThePrefixSibling) {
-    const FileList f = batch({QStringLiteral("shots/"), QStringLiteral("shots/a.jpg"),
-                              QStringLiteral("shots/sub/b.jpg"), QStringLiteral("shotsX/c.jpg")});
-    propose(f[0], QStringLiteral("renders"));
-    propose(f[1], QStringLiteral("A.jpg"));
-    propose(f[3], QStringLiteral("C.jpg"));
+    const FileList f =
+        batch({u"shots/"_s, u"shots/a.jpg"_s, u"shots/sub/b.jpg"_s, u"shotsX/c.jpg"_s});
+    propose(f[0], u"renders"_s);
+    propose(f[1], u"A.jpg"_s);
+    propose(f[3], u"C.jpg"_s);
 
     EXPECT_FALSE(doc.copyFiles()); // the sibling is sent into a folder that does not exist
-    EXPECT_EQ(tree.list(QStringLiteral("renders")), (QStringList{u"A.jpg"_s, u"sub"_s}));
+    EXPECT_EQ(tree.list(u"renders"_s), (QStringList{u"A.jpg"_s, u"sub"_s}));
     EXPECT_EQ(f[1]->containerDir(), tree(u"renders"_s));
     EXPECT_EQ(f[2]->containerDir(), tree(u"renders/sub"_s));
     EXPECT_EQ(f[2]->previewObject()->containerDir(), tree(u"renders/sub"_s));
     EXPECT_EQ(doc.fileInQueue(tree(u"renders/sub/b.jpg"_s)), f[2]);
     EXPECT_EQ(f[3]->containerDir(), tree(u"renders/X"_s));
     EXPECT_EQ(doc.lastFailedNames(), QStringList{u"c.jpg"_s});
-    EXPECT_TRUE(tree.exists(QStringLiteral("shotsX/c.jpg")));
+    EXPECT_TRUE(tree.exists(u"shotsX/c.jpg"_s));
 }
 
 // Moves that fail on disk: each is logged with its text and the file stays.
 TEST_F(CommitTest, MissingFolderFileStandingForAFolderAndTooLongANameFail) {
-    const FileList f =
-        batch({QStringLiteral("gone/a.txt"), QStringLiteral("b.txt"), QStringLiteral("c")});
+    const FileList f = batch({u"gone/a.txt"_s, u"b.txt"_s, u"c"_s});
     QDir(tree(u"gone"_s)).removeRecursively();
     const FileItemPtr fake = QXFileItem::fileItemWithFile(tree(u"b.txt/inner.txt"_s));
     doc.setFileArray({f[0], fake, f[2]});
-    propose(f[0], QStringLiteral("z.txt"));
-    propose(fake, QStringLiteral("w.txt"));
+    propose(f[0], u"z.txt"_s);
+    propose(fake, u"w.txt"_s);
     const QString longName(300, u'n');
     propose(f[2], longName);
 
     EXPECT_FALSE(doc.copyFiles());
     EXPECT_EQ(doc.lastFailedNames(), (QStringList{u"a.txt"_s, u"inner.txt"_s, u"c"_s}));
     const QStringList log = logMessages();
-    const QString line = QStringLiteral("Unable to rename file %1 to %2. %3");
+    const QString line = u"Unable to rename file %1 to %2. %3"_s;
     EXPECT_TRUE(log.contains(
         line.arg(tree(u"gone/a.txt"_s), tree(u"gone/z.txt"_s), u"No such file or directory"_s)));
     EXPECT_TRUE(log.contains(
         line.arg(tree(u"b.txt/inner.txt"_s), tree(u"b.txt/w.txt"_s), u"Not a directory"_s)));
     EXPECT_TRUE(log.contains(line.arg(tree(u"c"_s), tree(longName), u"File name too long"_s)));
-    EXPECT_EQ(tree.read(QStringLiteral("b.txt")), "b.txt");
+    EXPECT_EQ(tree.read(u"b.txt"_s), "b.txt");
     EXPECT_TRUE(tree.exists(u"c"_s));
 }
 
@@ -268,7 +263,7 @@ TEST_P(CommitFaultTest, FailingOperationIsLoggedAndTheFileKept) {
     Preferences::setConflictActionOverride(c.action);
     const FileList f = batch({QString::fromUtf8(c.original)});
     const bool caseOnly = QString::fromUtf8(c.original).toLower() == QString::fromUtf8(c.proposed);
-    if (!caseOnly) tree.file(QStringLiteral("y.txt"), "foreign");
+    if (!caseOnly) tree.file(u"y.txt"_s, "foreign");
     propose(f[0], QString::fromUtf8(c.proposed));
     FileMover::setFaultHook([&](const FileMover::FaultPoint& p) {
         return p.phase == FileMover::Phase::Before && p.op == c.op ? EIO : 0;
@@ -277,11 +272,10 @@ TEST_P(CommitFaultTest, FailingOperationIsLoggedAndTheFileKept) {
     EXPECT_FALSE(doc.copyFiles());
     EXPECT_EQ(tree.read(QString::fromUtf8(c.original)), c.original);
     if (!caseOnly) {
-        EXPECT_EQ(tree.read(QStringLiteral("y.txt")), "foreign");
+        EXPECT_EQ(tree.read(u"y.txt"_s), "foreign");
     }
-    const QString expected = QString::fromUtf8(c.message)
-                                 .replace(QStringLiteral("TREE"), tree.path())
-                                 .replace(QStringLiteral("STAMP"), stamp());
+    const QString expected =
+        QString::fromUtf8(c.message).replace(u"TREE"_s, tree.path()).replace(u"STAMP"_s, stamp());
     const QRegularExpression re(QRegularExpression::anchoredPattern(expected));
     bool found = false;
     for (const QString& m : logMessages())
@@ -308,17 +302,17 @@ INSTANTIATE_TEST_SUITE_P(
     [](const ::testing::TestParamInfo<FaultCase>& i) { return std::string(i.param.name); });
 
 TEST_F(CommitTest, FailedMoveAsideKeepsTheDatedNameOnTheItemInTheWay) {
-    const FileList f = batch({QStringLiteral("a.txt"), QStringLiteral("b.txt")});
-    propose(f[0], QStringLiteral("b.txt"));
-    propose(f[1], QStringLiteral("c.txt"));
+    const FileList f = batch({u"a.txt"_s, u"b.txt"_s});
+    propose(f[0], u"b.txt"_s);
+    propose(f[1], u"c.txt"_s);
     FileMover::setFaultHook([this](const FileMover::FaultPoint& p) {
         return p.phase == FileMover::Phase::Before && p.from == tree(u"b.txt"_s) ? EIO : 0;
     });
     EXPECT_FALSE(doc.copyFiles());
     EXPECT_TRUE(logMessages().contains(
-        QStringLiteral("Unable to assign temporary name to old file %1. Input/output error")
-            .arg(tree(u"b.txt"_s))));
-    EXPECT_TRUE(f[1]->fileName().startsWith(QStringLiteral("b_")));
+        u"Unable to assign temporary name to old file %1. Input/output error"_s.arg(
+            tree(u"b.txt"_s))));
+    EXPECT_TRUE(f[1]->fileName().startsWith(u"b_"_s));
     // Its own turn then fails: its file never left b.txt.
     EXPECT_EQ(doc.lastFailedNames(), (QStringList{u"a.txt"_s, f[1]->fileName()}));
     EXPECT_EQ(tree.list(), (QStringList{u"a.txt"_s, u"b.txt"_s}));
@@ -328,28 +322,28 @@ TEST_F(CommitTest, FailedMoveAsideKeepsTheDatedNameOnTheItemInTheWay) {
 // replaced, not even an empty folder (which rename(2) would take the place
 // of): the rules for an existing target deal with it.
 TEST_F(CommitTest, TargetAppearingJustBeforeTheMoveIsNeverReplaced) {
-    const FileList f = batch({QStringLiteral("dir/"), QStringLiteral("file")});
-    propose(f[0], QStringLiteral("newdir"));
-    propose(f[1], QStringLiteral("newfile"));
+    const FileList f = batch({u"dir/"_s, u"file"_s});
+    propose(f[0], u"newdir"_s);
+    propose(f[1], u"newfile"_s);
     bool dirMade = false, fileMade = false;
     FileMover::setFaultHook([&](const FileMover::FaultPoint& p) {
         if (p.phase == FileMover::Phase::Before && p.op == FileMover::Op::Move) {
             if (p.from == tree(u"dir"_s) && !std::exchange(dirMade, true))
-                tree.file(QStringLiteral("newdir/inside"), "in");
+                tree.file(u"newdir/inside"_s, "in");
             if (p.from == tree(u"file"_s) && !std::exchange(fileMade, true))
-                tree.file(QStringLiteral("newfile"), "keep");
+                tree.file(u"newfile"_s, "keep");
         }
         return 0;
     });
     EXPECT_TRUE(doc.copyFiles());
-    EXPECT_EQ(tree.read(QStringLiteral("Conflicting files/newfile")), "keep");
-    EXPECT_EQ(tree.read(QStringLiteral("Conflicting files/newdir/inside")), "in");
-    EXPECT_EQ(tree.read(QStringLiteral("newfile")), "file");
+    EXPECT_EQ(tree.read(u"Conflicting files/newfile"_s), "keep");
+    EXPECT_EQ(tree.read(u"Conflicting files/newdir/inside"_s), "in");
+    EXPECT_EQ(tree.read(u"newfile"_s), "file");
     EXPECT_EQ(tree.list(u"newdir"_s), QStringList());
 }
 
 TEST_F(CommitTest, CancellingStopsBeforeTheNextFile) {
-    const FileList f = batch({QStringLiteral("1"), QStringLiteral("2"), QStringLiteral("3")});
+    const FileList f = batch({u"1"_s, u"2"_s, u"3"_s});
     for (const auto& i : f)
         propose(i, u"n"_s + i->fileName());
     // Cancel while the second file moves: the third is never touched, and
@@ -385,7 +379,7 @@ protected:
 };
 
 TEST_F(StartProcessingTest, RenameCompleteReportsTheAnnouncedCount) {
-    batch({QStringLiteral("A.jpg"), QStringLiteral("B.jpg"), QStringLiteral("c.jpg")});
+    batch({u"A.jpg"_s, u"B.jpg"_s, u"c.jpg"_s});
     doc.setSelectedTag(21); // lowercase
     doc.startProcessing(7);
     EXPECT_EQ(tree.list(), (QStringList{u"a.jpg"_s, u"b.jpg"_s, u"c.jpg"_s}));
@@ -399,17 +393,21 @@ TEST_F(StartProcessingTest, RenameCompleteReportsTheAnnouncedCount) {
     EXPECT_EQ(sheetView.sheetUp, QList<bool>{false});
 }
 
-TEST_F(StartProcessingTest, CountZeroMeansEveryItemAndOneIsSingular) {
-    batch({QStringLiteral("A")});
+TEST_F(StartProcessingTest, CountZeroMeansEveryItemAndATagWithoutTaskShowsNoCompletion) {
+    batch({u"A"_s});
     doc.setSelectedTag(21);
     doc.startProcessing(0);
     ASSERT_EQ(sheetView.alerts.size(), 1);
-    EXPECT_EQ(sheetView.alerts[0].informativeText, u"1 file renamed."_s);
+    EXPECT_EQ(sheetView.alerts[0].informativeText, u"1 file renamed."_s); // singular
+    doc.setSelectedTag(8);
+    doc.startProcessing(1);
+    EXPECT_EQ(sheetView.alerts.size(), 1);
+    EXPECT_EQ(sheetView.progressEvents.mid(2), (QStringList{u"start:1"_s, u"end"_s}));
 }
 
 TEST_F(StartProcessingTest, FailureSummaryComesOverTheSheetAndNoCompletion) {
-    batch({QStringLiteral("A"), QStringLiteral("B")});
-    tree.file(QStringLiteral("b"), "foreign"); // the case-only change of B cannot land
+    batch({u"A"_s, u"B"_s});
+    tree.file(u"b"_s, "foreign"); // the case-only change of B cannot land
     doc.setSelectedTag(21);
     doc.startProcessing(2);
     ASSERT_EQ(sheetView.alerts.size(), 1);
@@ -417,16 +415,8 @@ TEST_F(StartProcessingTest, FailureSummaryComesOverTheSheetAndNoCompletion) {
     EXPECT_EQ(sheetView.sheetUp, QList<bool>{true});
 }
 
-TEST_F(StartProcessingTest, TagWithoutTaskShowsNoCompletion) {
-    batch({QStringLiteral("A")});
-    doc.setSelectedTag(8);
-    doc.startProcessing(1);
-    EXPECT_TRUE(sheetView.alerts.isEmpty());
-    EXPECT_EQ(sheetView.progressEvents, (QStringList{u"start:1"_s, u"end"_s}));
-}
-
 TEST_F(StartProcessingTest, CancelledRunStillReportsTheFullCount) {
-    batch({QStringLiteral("A"), QStringLiteral("B"), QStringLiteral("C")});
+    batch({u"A"_s, u"B"_s, u"C"_s});
     doc.setSelectedTag(21);
     FileMover::setFaultHook([&](const FileMover::FaultPoint& p) {
         if (p.phase == FileMover::Phase::After) doc.cancelProgress();

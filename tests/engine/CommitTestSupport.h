@@ -26,8 +26,8 @@ protected:
         // An ordinary user: the log and the journals go to the private HOME.
         QXLocalPaths::setUserIdForTesting(501);
         QXLog::resetForTesting();
-        QXLog::sharedController().setAppName(QStringLiteral("CommitTest"));
-        QXLog::createNewLog(QStringLiteral("CommitTest"));
+        QXLog::sharedController().setAppName(u"CommitTest"_s);
+        QXLog::createNewLog(u"CommitTest"_s);
         QDir(RenameJournal::folder()).removeRecursively();
         Preferences::setConflictActionOverride(std::nullopt);
         Preferences::setConflictAction(0);
@@ -67,7 +67,7 @@ protected:
         QStringList out;
         if (!f.open(QIODevice::ReadOnly)) return out;
         for (const QString& line : QString::fromUtf8(f.readAll()).split(u'\n')) {
-            const qsizetype cut = line.indexOf(QStringLiteral(" - "));
+            const qsizetype cut = line.indexOf(u" - "_s);
             if (cut > 0) out.append(line.mid(cut + 3));
         }
         return out;

@@ -20,41 +20,41 @@ protected:
 };
 
 TEST_P(FileMoverTest, MovesFilesAndFolders) {
-    tree.file(QStringLiteral("a"), "A");
-    tree.file(QStringLiteral("d/inside"), "I");
+    tree.file(u"a"_s, "A");
+    tree.file(u"d/inside"_s, "I");
     EXPECT_EQ(FileMover::move(tree(u"a"_s), tree(u"b"_s)), QString());
     EXPECT_EQ(FileMover::move(tree(u"d"_s), tree(u"e"_s)), QString());
     EXPECT_EQ(tree.list(), (QStringList{u"b"_s, u"e"_s}));
-    EXPECT_EQ(tree.read(QStringLiteral("e/inside")), "I");
+    EXPECT_EQ(tree.read(u"e/inside"_s), "I");
 }
 
 TEST_P(FileMoverTest, NeverReplacesAFileAFolderOrAnEmptyFolder) {
-    tree.file(QStringLiteral("a"), "A");
-    tree.file(QStringLiteral("b"), "B");
-    tree.dir(QStringLiteral("d"));
-    tree.dir(QStringLiteral("empty"));
-    tree.file(QStringLiteral("full/x"), "X");
+    tree.file(u"a"_s, "A");
+    tree.file(u"b"_s, "B");
+    tree.dir(u"d"_s);
+    tree.dir(u"empty"_s);
+    tree.file(u"full/x"_s, "X");
     EXPECT_EQ(FileMover::move(tree(u"a"_s), tree(u"b"_s)), u"File exists"_s);
     EXPECT_EQ(FileMover::move(tree(u"d"_s), tree(u"empty"_s)), u"File exists"_s);
     EXPECT_EQ(FileMover::move(tree(u"d"_s), tree(u"b"_s)), u"File exists"_s);
     EXPECT_EQ(FileMover::move(tree(u"a"_s), tree(u"full"_s)), u"File exists"_s);
-    EXPECT_EQ(tree.read(QStringLiteral("a")), "A");
-    EXPECT_EQ(tree.read(QStringLiteral("b")), "B");
+    EXPECT_EQ(tree.read(u"a"_s), "A");
+    EXPECT_EQ(tree.read(u"b"_s), "B");
     EXPECT_EQ(tree.list(), (QStringList{u"a"_s, u"b"_s, u"d"_s, u"empty"_s, u"full"_s}));
 }
 
 TEST_P(FileMoverTest, ReportsTheSystemError) {
-    tree.file(QStringLiteral("f"), "F");
+    tree.file(u"f"_s, "F");
     EXPECT_EQ(FileMover::move(tree(u"missing"_s), tree(u"x"_s)), u"No such file or directory"_s);
     EXPECT_EQ(FileMover::move(tree(u"f"_s), tree(u"nofolder/x"_s)), u"No such file or directory"_s);
     EXPECT_EQ(FileMover::move(tree(u"f"_s), tree(u"f/x"_s)), u"Not a directory"_s);
-    tree.dir(QStringLiteral("d"));
+    tree.dir(u"d"_s);
     EXPECT_FALSE(FileMover::move(tree(u"d"_s), tree(u"d/sub"_s)).isEmpty()); // a folder into itself
-    EXPECT_TRUE(tree.exists(QStringLiteral("d")));
+    EXPECT_TRUE(tree.exists(u"d"_s));
 }
 
 TEST_P(FileMoverTest, DanglingLinkAtTheTargetCountsAsTaken) {
-    tree.file(QStringLiteral("a"), "A");
+    tree.file(u"a"_s, "A");
     ASSERT_EQ(QFile::link(tree(u"nowhere"_s), tree(u"link"_s)), true);
     EXPECT_TRUE(FileMover::exists(tree(u"link"_s)));
     EXPECT_EQ(FileMover::move(tree(u"a"_s), tree(u"link"_s)), u"File exists"_s);
@@ -70,8 +70,8 @@ INSTANTIATE_TEST_SUITE_P(Paths, FileMoverTest, ::testing::Values(false, true),
 
 TEST(FileMoverHookTest, FailsTheChosenOperationAndCountsFromOne) {
     TempTree tree;
-    tree.file(QStringLiteral("a"));
-    tree.file(QStringLiteral("b"));
+    tree.file(u"a"_s);
+    tree.file(u"b"_s);
     QList<quint64> after;
     FileMover::setFaultHook([&](const FileMover::FaultPoint& p) {
         if (p.phase == FileMover::Phase::After) after.append(p.number);
@@ -87,7 +87,7 @@ TEST(FileMoverHookTest, FailsTheChosenOperationAndCountsFromOne) {
 
 TEST(FileMoverHookTest, MakePathThroughAFileFails) {
     TempTree tree;
-    tree.file(QStringLiteral("f"));
+    tree.file(u"f"_s);
     EXPECT_EQ(FileMover::makePath(tree(u"f/sub"_s)), u"Not a directory"_s);
     EXPECT_EQ(FileMover::makePath(tree(u"a/b/c"_s)), QString());
     EXPECT_EQ(FileMover::makePath(tree(u"a/b/c"_s)), QString()); // already there

@@ -44,10 +44,16 @@ TEST_F(FrameTasks, Examples) {
     // clang-format on
 }
 
-TEST_F(FrameTasks, PaddingIsSetOnUnnumberedFilesToo) {
+// Padding is set on unnumbered files too; removing a leading frame number
+// takes the separator after it only when there is none before.
+TEST_F(FrameTasks, PaddingOnUnnumberedAndSeparatorAfterALeadingFrame) {
     TaskDoc t({u"s.x"_s});
     ASSERT_TRUE(t.preview(pad, u64("padLength", 3)));
     EXPECT_EQ(t.files[0]->previewObject()->paddingLength(), 3u);
+    t.setComponents(0, {NameComponent::frameNumber(QVariant::fromValue<qlonglong>(5)),
+                        NameComponent::separator(u'_'), NameComponent::filename(u"take"_s)});
+    EXPECT_TRUE(t.preview(removeFrame, {}));
+    EXPECT_EQ(t.previews(), QStringList{u"take"_s});
 }
 
 TEST_F(FrameTasks, ReverseResetsEveryPreviewAndLooksOnlyAtItsBatch) {
@@ -56,14 +62,6 @@ TEST_F(FrameTasks, ReverseResetsEveryPreviewAndLooksOnlyAtItsBatch) {
         f->previewObject()->setFileName(u"stale"_s);
     EXPECT_TRUE(t.preview(reverse, {}, t.files.mid(0, 3)));
     EXPECT_EQ(t.previews(), names("a.x|a.2.x|a.1.x|stale|stale"));
-}
-
-TEST_F(FrameTasks, RemoveFrameNumberTakesTheSeparatorAfterOnlyWhenNoneBefore) {
-    TaskDoc t({u"x"_s});
-    t.setComponents(0, {NameComponent::frameNumber(QVariant::fromValue<qlonglong>(5)),
-                        NameComponent::separator(u'_'), NameComponent::filename(u"take"_s)});
-    EXPECT_TRUE(t.preview(removeFrame, {}));
-    EXPECT_EQ(t.previews(), QStringList{u"take"_s});
 }
 
 TEST_F(FrameTasks, OnlyRenumberPostsNoReload) {

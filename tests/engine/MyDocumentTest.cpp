@@ -10,6 +10,8 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+using namespace Qt::Literals::StringLiterals;
+
 namespace {
 // A fresh log in the private home: as an ordinary user, so that it does not
 // go to the machine-wide folder the super-user writes to.
@@ -17,7 +19,7 @@ class FreshLog {
 public:
     FreshLog() {
         QXLocalPaths::setUserIdForTesting(1000);
-        QXLog::createNewLog(QStringLiteral("Seqmate"));
+        QXLog::createNewLog(u"Seqmate"_s);
     }
     ~FreshLog() {
         QXLog::finishWriting();
@@ -46,88 +48,86 @@ QStringList paths(const FileList& files) {
 
 TEST(MyDocumentList, FolderAddsEveryVisibleFileAtAnyDepthButNotItself) {
     TempTree t;
-    t.file(QStringLiteral("seq/a.0001.exr"));
-    t.file(QStringLiteral("seq/sub/deeper/b.0001.exr"));
-    t.file(QStringLiteral("seq/.DS_Store"));
-    t.file(QStringLiteral("seq/.hidden/c.exr"));
-    t.file(QStringLiteral("seq/sub/.d.exr"));
-    t.dir(QStringLiteral("seq/empty"));
+    t.file(u"seq/a.0001.exr"_s);
+    t.file(u"seq/sub/deeper/b.0001.exr"_s);
+    t.file(u"seq/.DS_Store"_s);
+    t.file(u"seq/.hidden/c.exr"_s);
+    t.file(u"seq/sub/.d.exr"_s);
+    t.dir(u"seq/empty"_s);
     MyDocument doc;
-    doc.addFileToList(t(QStringLiteral("seq")));
+    doc.addFileToList(t(u"seq"_s));
     QStringList got = paths(doc.fileArray());
     got.sort();
-    EXPECT_EQ(got, QStringList({t(QStringLiteral("seq/a.0001.exr")),
-                                t(QStringLiteral("seq/sub/deeper/b.0001.exr"))}));
-    doc.addFileToList(t(QStringLiteral("seq")));
+    EXPECT_EQ(got, QStringList({t(u"seq/a.0001.exr"_s), t(u"seq/sub/deeper/b.0001.exr"_s)}));
+    doc.addFileToList(t(u"seq"_s));
     EXPECT_EQ(doc.fileCount(), 2); // nothing new the second time
-    doc.addFileToList(t(QStringLiteral("seq/.DS_Store")));
+    doc.addFileToList(t(u"seq/.DS_Store"_s));
     EXPECT_EQ(doc.fileCount(), 2); // hidden files are never added, even by name
 }
 
 TEST(MyDocumentList, FoldersGoDepthFirstInListingOrder) {
     TempTree t;
-    t.file(QStringLiteral("f/x/1.txt"));
-    t.file(QStringLiteral("f/x/y/2.txt"));
-    t.file(QStringLiteral("f/z.txt"));
+    t.file(u"f/x/1.txt"_s);
+    t.file(u"f/x/y/2.txt"_s);
+    t.file(u"f/z.txt"_s);
     MyDocument doc;
-    doc.addFileToList(t(QStringLiteral("f")));
+    doc.addFileToList(t(u"f"_s));
     const QStringList got = names(doc.fileArray());
     ASSERT_EQ(got.size(), 3);
     // Everything below x stands together, y's file among x's files.
-    const qsizetype one = got.indexOf(QStringLiteral("1.txt"));
-    const qsizetype two = got.indexOf(QStringLiteral("2.txt"));
+    const qsizetype one = got.indexOf(u"1.txt"_s);
+    const qsizetype two = got.indexOf(u"2.txt"_s);
     EXPECT_EQ(std::abs(one - two), 1);
 }
 
 TEST(MyDocumentList, DuplicatesAreRefusedByEveryRoute) {
     TempTree t;
-    const QString a = t.file(QStringLiteral("d/a.txt"));
+    const QString a = t.file(u"d/a.txt"_s);
     MyDocument doc;
-    doc.addItemsOnThread({a, a, t(QStringLiteral("d")), a});
+    doc.addItemsOnThread({a, a, t(u"d"_s), a});
     EXPECT_EQ(doc.fileCount(), 1);
     doc.addFileToList(a, false, false);
     EXPECT_EQ(doc.fileCount(), 1);
     // A differently spelled path to the same file is another item.
-    doc.addFileToList(t(QStringLiteral("d/./a.txt")));
+    doc.addFileToList(t(u"d/./a.txt"_s));
     EXPECT_EQ(doc.fileCount(), 2);
     EXPECT_EQ(doc.fileInQueue(a)->fullPath(), a);
-    EXPECT_FALSE(doc.fileInQueue(t(QStringLiteral("d/A.txt")))); // case-sensitive
+    EXPECT_FALSE(doc.fileInQueue(t(u"d/A.txt"_s))); // case-sensitive
 }
 
 TEST(MyDocumentList, MissingPathsBecomeItemsAndBadFoldersAddNothing) {
     TempTree t;
-    t.file(QStringLiteral("blocker")); // a file where a folder is expected
+    t.file(u"blocker"_s); // a file where a folder is expected
     MyDocument doc;
-    doc.addFileToList(t(QStringLiteral("nowhere/shot.0001.exr")));
+    doc.addFileToList(t(u"nowhere/shot.0001.exr"_s));
     ASSERT_EQ(doc.fileCount(), 1);
     EXPECT_EQ(doc.fileArray().first()->paddingLength(), 4u);
-    doc.addFileToList(t(QStringLiteral("blocker/inside.txt")));
+    doc.addFileToList(t(u"blocker/inside.txt"_s));
     EXPECT_EQ(doc.fileCount(), 2); // a path that does not exist is still an item
 }
 
 TEST(MyDocumentList, LinkLoopsEndAndInvalidNamesAreLogged) {
     TempTree t;
-    t.file(QStringLiteral("loop/a.txt"));
-    ASSERT_EQ(::symlink(t(QStringLiteral("loop")).toUtf8().constData(),
-                        t(QStringLiteral("loop/back")).toUtf8().constData()),
+    t.file(u"loop/a.txt"_s);
+    ASSERT_EQ(::symlink(t(u"loop"_s).toUtf8().constData(), t(u"loop/back"_s).toUtf8().constData()),
               0);
-    const QByteArray bad = QFile::encodeName(t(QStringLiteral("loop/"))) + "bad\xff.txt";
+    const QByteArray bad = QFile::encodeName(t(u"loop/"_s)) + "bad\xff.txt";
     FILE* f = std::fopen(bad.constData(), "w");
     ASSERT_TRUE(f);
     std::fclose(f);
-    const QString long255 = QString(251, u'x') + QStringLiteral(".txt");
-    t.file(QStringLiteral("loop/") + long255);
+    const QString long255 = QString(251, u'x') + u".txt"_s;
+    t.file(u"loop/"_s + long255);
 
     FreshLog log;
     MyDocument doc;
-    doc.addFileToList(t(QStringLiteral("loop")));
+    doc.addFileToList(t(u"loop"_s));
     ::unlink(bad.constData()); // a name the temporary folder cannot remove by itself
     QStringList got = names(doc.fileArray());
     got.sort();
-    EXPECT_EQ(got, QStringList({QStringLiteral("a.txt"), long255}));
+    EXPECT_EQ(got, QStringList({u"a.txt"_s, long255}));
     const QString text = log.text();
-    EXPECT_TRUE(text.contains(QStringLiteral("the name is not valid UTF-8")));
-    EXPECT_TRUE(text.contains(QStringLiteral("leads back into a folder being added")));
+    EXPECT_TRUE(text.contains(u"the name is not valid UTF-8"_s));
+    EXPECT_TRUE(text.contains(u"leads back into a folder being added"_s));
 }
 
 TEST(MyDocumentList, AddItemsOnThreadReportsTheListTotal) {
@@ -135,49 +135,44 @@ TEST(MyDocumentList, AddItemsOnThreadReportsTheListTotal) {
     FreshLog log;
     RecordingView view;
     MyDocument doc(&view);
-    doc.addItemsOnThread({t.file(QStringLiteral("a.txt")), t.file(QStringLiteral("b.txt"))});
-    doc.addItemsInBackground({t.file(QStringLiteral("c.txt"))});
+    doc.addItemsOnThread({t.file(u"a.txt"_s), t.file(u"b.txt"_s)});
+    doc.addItemsInBackground({t.file(u"c.txt"_s)});
     doc.waitForPreviews();
     EXPECT_EQ(doc.fileCount(), 3);
     EXPECT_TRUE(view.renameEnabled);
-    EXPECT_EQ(view.spinnerEvents.mid(0, 2),
-              QStringList({QStringLiteral("add:start"), QStringLiteral("add:stop")}));
+    EXPECT_EQ(view.spinnerEvents.mid(0, 2), QStringList({u"add:start"_s, u"add:stop"_s}));
     const QString text = log.text();
-    EXPECT_TRUE(text.contains(QStringLiteral(" - 2 item(s) added")));
-    EXPECT_TRUE(
-        text.contains(QStringLiteral(" - 3 item(s) added"))); // the total, not the one added
+    EXPECT_TRUE(text.contains(u" - 2 item(s) added"_s));
+    EXPECT_TRUE(text.contains(u" - 3 item(s) added"_s)); // the total, not the one added
 }
 
 TEST(MyDocumentList, ImportFoldersKeepsFoldersWhole) {
     TempTree t;
-    t.file(QStringLiteral("plates/a.exr"));
+    t.file(u"plates/a.exr"_s);
     MyDocument doc;
-    doc.importFolders({t(QStringLiteral("plates"))});
+    doc.importFolders({t(u"plates"_s)});
     doc.waitForPreviews();
     ASSERT_EQ(doc.fileCount(), 1);
     EXPECT_TRUE(doc.fileArray().first()->isDir());
-    EXPECT_EQ(doc.fileArray().first()->fileName(), QStringLiteral("plates"));
+    EXPECT_EQ(doc.fileArray().first()->fileName(), u"plates"_s);
 }
 
 TEST(MyDocumentList, RemoveAndSorts) {
     MyDocument doc;
     for (const char* n : {"s.0003.exr", "s.0001.exr", "plain.exr", "s.0002.exr"})
-        doc.addFileToList(QStringLiteral("/tmp/x/") + QString::fromLatin1(n));
+        doc.addFileToList(u"/tmp/x/"_s + QString::fromLatin1(n));
     MyDocument allNumbered;
     for (const char* n : {"t.10.exr", "t.9.exr", "t.0100.exr", "t.1.exr"})
-        allNumbered.addFileToList(QStringLiteral("/tmp/x/") + QString::fromLatin1(n));
+        allNumbered.addFileToList(u"/tmp/x/"_s + QString::fromLatin1(n));
     EXPECT_EQ(names(allNumbered.sortFilesByFrameOrder()),
-              QStringList({QStringLiteral("t.1.exr"), QStringLiteral("t.9.exr"),
-                           QStringLiteral("t.10.exr"), QStringLiteral("t.0100.exr")}));
-    EXPECT_EQ(names(doc.sortFilesByPreviewFilename()).first(), QStringLiteral("plain.exr"));
-    EXPECT_EQ(names(*MyDocument::reverseArray(doc.fileArray())).first(),
-              QStringLiteral("s.0002.exr"));
+              QStringList({u"t.1.exr"_s, u"t.9.exr"_s, u"t.10.exr"_s, u"t.0100.exr"_s}));
+    EXPECT_EQ(names(doc.sortFilesByPreviewFilename()).first(), u"plain.exr"_s);
+    EXPECT_EQ(names(*MyDocument::reverseArray(doc.fileArray())).first(), u"s.0002.exr"_s);
 
     doc.remove({0, 2});
-    EXPECT_EQ(names(doc.fileArray()),
-              QStringList({QStringLiteral("s.0001.exr"), QStringLiteral("s.0002.exr")}));
-    EXPECT_TRUE(doc.fileInQueue(QStringLiteral("/tmp/x/s.0002.exr")));
-    EXPECT_FALSE(doc.fileInQueue(QStringLiteral("/tmp/x/s.0003.exr")));
+    EXPECT_EQ(names(doc.fileArray()), QStringList({u"s.0001.exr"_s, u"s.0002.exr"_s}));
+    EXPECT_TRUE(doc.fileInQueue(u"/tmp/x/s.0002.exr"_s));
+    EXPECT_FALSE(doc.fileInQueue(u"/tmp/x/s.0003.exr"_s));
     doc.remove({});
     EXPECT_EQ(doc.fileCount(), 2);
     doc.waitForPreviews();
@@ -206,38 +201,36 @@ TEST(MyDocumentTable, DropsRefreshOnlyTheRenumberPreview) {
     RecordingView view;
     MyDocument doc(&view);
     for (int i = 1; i <= 3; ++i)
-        doc.addFileToList(QStringLiteral("/tmp/y/f.%1.exr").arg(i));
+        doc.addFileToList(u"/tmp/y/f.%1.exr"_s.arg(i));
     doc.setSelectedTag(21);
     EXPECT_TRUE(doc.acceptRowDrop({2}, 0));
     doc.waitForPreviews();
-    EXPECT_EQ(view.spinnerEvents.count(QStringLiteral("preview:start")), 0);
-    EXPECT_EQ(names(doc.fileArray()).first(), QStringLiteral("f.3.exr"));
-    EXPECT_EQ(doc.fileInQueue(QStringLiteral("/tmp/y/f.3.exr")), doc.fileArray().first());
+    EXPECT_EQ(view.spinnerEvents.count(u"preview:start"_s), 0);
+    EXPECT_EQ(names(doc.fileArray()).first(), u"f.3.exr"_s);
+    EXPECT_EQ(doc.fileInQueue(u"/tmp/y/f.3.exr"_s), doc.fileArray().first());
     doc.setSelectedTag(7);
     EXPECT_TRUE(doc.acceptRowDrop({0}, 3));
     doc.waitForPreviews();
-    EXPECT_EQ(view.spinnerEvents.count(QStringLiteral("preview:start")), 1);
+    EXPECT_EQ(view.spinnerEvents.count(u"preview:start"_s), 1);
     EXPECT_GE(view.selectionCleared, 2);
-    EXPECT_FALSE(doc.acceptFileDrop(QStringLiteral("not a list")));
+    EXPECT_FALSE(doc.acceptFileDrop(u"not a list"_s));
 }
 
 TEST(MyDocumentTable, CellValuesFollowTheDefaults) {
     MyDocument doc;
-    doc.addFileToList(QDir::homePath() + QStringLiteral("/plates/a.0001.exr"));
-    QSettings defaults(QStringLiteral("Corvane"), QStringLiteral("Seqmate"));
-    defaults.setValue(QStringLiteral("showFullSourcePaths"), 0);
+    doc.addFileToList(QDir::homePath() + u"/plates/a.0001.exr"_s);
+    QSettings defaults(u"Corvane"_s, u"Seqmate"_s);
+    defaults.setValue(u"showFullSourcePaths"_s, 0);
     defaults.sync();
-    EXPECT_EQ(doc.objectValue(MyDocument::Column::Filename, 0), QStringLiteral("a.0001.exr"));
-    defaults.setValue(QStringLiteral("showFullSourcePaths"), 1);
+    EXPECT_EQ(doc.objectValue(MyDocument::Column::Filename, 0), u"a.0001.exr"_s);
+    defaults.setValue(u"showFullSourcePaths"_s, 1);
     defaults.sync();
-    EXPECT_EQ(doc.objectValue(MyDocument::Column::Filename, 0),
-              QStringLiteral("~/plates/a.0001.exr"));
-    defaults.remove(QStringLiteral("showFullSourcePaths"));
-    EXPECT_EQ(doc.objectValue(MyDocument::Column::Preview, 0), QStringLiteral("a.0001.exr"));
+    EXPECT_EQ(doc.objectValue(MyDocument::Column::Filename, 0), u"~/plates/a.0001.exr"_s);
+    defaults.remove(u"showFullSourcePaths"_s);
+    EXPECT_EQ(doc.objectValue(MyDocument::Column::Preview, 0), u"a.0001.exr"_s);
     EXPECT_EQ(doc.toolTip(0), QString());
     doc.fileArray().first()->previewObject()->setIsConflicting(true);
-    EXPECT_EQ(doc.toolTip(0),
-              QStringLiteral("The proposed filename conflicts with another file in the list."));
+    EXPECT_EQ(doc.toolTip(0), u"The proposed filename conflicts with another file in the list."_s);
     EXPECT_EQ(doc.objectValue(MyDocument::Column::Filename, 7), QString());
 }
 } // namespace

@@ -5,11 +5,12 @@
 #include <gtest/gtest.h>
 #include <thread>
 
+using namespace Qt::Literals::StringLiterals;
+
 namespace {
-FileList numbered(MyDocument& doc, int count, const QString& folder = QStringLiteral("/p")) {
+FileList numbered(MyDocument& doc, int count, const QString& folder = u"/p"_s) {
     for (int i = 1; i <= count; ++i)
-        doc.addFileToList(
-            QStringLiteral("%1/Shot.%2.exr").arg(folder).arg(i, 4, 10, QLatin1Char('0')));
+        doc.addFileToList(u"%1/Shot.%2.exr"_s.arg(folder).arg(i, 4, 10, QLatin1Char('0')));
     return doc.fileArray();
 }
 
@@ -46,11 +47,10 @@ TEST(PreviewPipeline, PreviewsEveryItemAndLeavesItemsAlone) {
     doc.changeTask(21);
     doc.waitForPreviews();
     for (const auto& f : files) {
-        EXPECT_TRUE(previewName(f).startsWith(QStringLiteral("shot.")));
-        EXPECT_TRUE(f->fileName().startsWith(QStringLiteral("Shot.")));
+        EXPECT_TRUE(previewName(f).startsWith(u"shot."_s));
+        EXPECT_TRUE(f->fileName().startsWith(u"Shot."_s));
     }
-    EXPECT_EQ(view.spinnerEvents,
-              QStringList({QStringLiteral("preview:start"), QStringLiteral("preview:stop")}));
+    EXPECT_EQ(view.spinnerEvents, QStringList({u"preview:start"_s, u"preview:stop"_s}));
     EXPECT_TRUE(view.renameEnabled);
 }
 
@@ -60,29 +60,29 @@ TEST(PreviewPipeline, ReversingBatchesIsLocalToEachBatch) {
     doc.changeTask(6);
     doc.waitForPreviews();
     // First batch: 1..50 reversed within itself; second: 51..149.
-    EXPECT_EQ(previewName(files[0]), QStringLiteral("Shot.0050.exr"));
-    EXPECT_EQ(previewName(files[49]), QStringLiteral("Shot.0001.exr"));
-    EXPECT_EQ(previewName(files[50]), QStringLiteral("Shot.0149.exr"));
-    EXPECT_EQ(previewName(files[148]), QStringLiteral("Shot.0051.exr"));
+    EXPECT_EQ(previewName(files[0]), u"Shot.0050.exr"_s);
+    EXPECT_EQ(previewName(files[49]), u"Shot.0001.exr"_s);
+    EXPECT_EQ(previewName(files[50]), u"Shot.0149.exr"_s);
+    EXPECT_EQ(previewName(files[148]), u"Shot.0051.exr"_s);
 }
 
 TEST(PreviewPipeline, RenumberContinuesAcrossBatches) {
     MyDocument doc;
     const FileList files = numbered(doc, 120);
-    doc.setFieldText(Outlet::reorderStartFrameField, QStringLiteral("1"));
+    doc.setFieldText(Outlet::reorderStartFrameField, u"1"_s);
     doc.changeTask(7);
     doc.waitForPreviews();
-    EXPECT_EQ(previewName(files[0]), QStringLiteral("Shot.0001.exr"));
-    EXPECT_EQ(previewName(files[50]), QStringLiteral("Shot.0051.exr"));
-    EXPECT_EQ(previewName(files[119]), QStringLiteral("Shot.0120.exr"));
+    EXPECT_EQ(previewName(files[0]), u"Shot.0001.exr"_s);
+    EXPECT_EQ(previewName(files[50]), u"Shot.0051.exr"_s);
+    EXPECT_EQ(previewName(files[119]), u"Shot.0120.exr"_s);
 }
 
 TEST(PreviewPipeline, ConflictsWithinAFolderOnly) {
     MyDocument doc;
-    doc.addFileToList(QStringLiteral("/a/x.1.exr"));
-    doc.addFileToList(QStringLiteral("/a/x.2.exr"));
-    doc.addFileToList(QStringLiteral("/b/x.3.exr"));
-    doc.addFileToList(QStringLiteral("/a/y.1.exr"));
+    doc.addFileToList(u"/a/x.1.exr"_s);
+    doc.addFileToList(u"/a/x.2.exr"_s);
+    doc.addFileToList(u"/b/x.3.exr"_s);
+    doc.addFileToList(u"/a/y.1.exr"_s);
     doc.changeTask(9); // remove frame numbers: x.exr three times, y.exr once
     doc.waitForPreviews();
     const FileList f = doc.fileArray();
@@ -93,8 +93,8 @@ TEST(PreviewPipeline, ConflictsWithinAFolderOnly) {
     EXPECT_TRUE(doc.rowIsConflicting(0));
     // Names that differ only in case are no conflict.
     MyDocument cased;
-    cased.addFileToList(QStringLiteral("/c/A.jpg"));
-    cased.addFileToList(QStringLiteral("/c/a.JPG"));
+    cased.addFileToList(u"/c/A.jpg"_s);
+    cased.addFileToList(u"/c/a.JPG"_s);
     cased.changeTask(22);
     cased.waitForPreviews();
     EXPECT_FALSE(cased.rowIsConflicting(0));
@@ -139,18 +139,17 @@ TEST(PreviewPipeline, DestroyingTheDocumentStopsItsThreads) {
 TEST(PreviewPipeline, RenameConfirmationCountsChangedNames) {
     RecordingView view;
     MyDocument doc(&view);
-    doc.addFileToList(QStringLiteral("/r/lower.jpg"));
-    doc.addFileToList(QStringLiteral("/r/Upper.jpg"));
+    doc.addFileToList(u"/r/lower.jpg"_s);
+    doc.addFileToList(u"/r/Upper.jpg"_s);
     doc.changeTask(21);
     doc.waitForPreviews();
     view.answers = {DocumentView::AlertAlternate};
     doc.process();
     ASSERT_EQ(view.alerts.size(), 1);
-    EXPECT_EQ(view.alerts[0].messageText,
-              QStringLiteral("Are you sure you wish to rename 1 file?"));
-    EXPECT_EQ(view.alerts[0].informativeText, QStringLiteral("This cannot be undone."));
-    EXPECT_EQ(view.alerts[0].defaultButton, QStringLiteral("Rename"));
-    EXPECT_EQ(view.alerts[0].alternateButton, QStringLiteral("Cancel"));
+    EXPECT_EQ(view.alerts[0].messageText, u"Are you sure you wish to rename 1 file?"_s);
+    EXPECT_EQ(view.alerts[0].informativeText, u"This cannot be undone."_s);
+    EXPECT_EQ(view.alerts[0].defaultButton, u"Rename"_s);
+    EXPECT_EQ(view.alerts[0].alternateButton, u"Cancel"_s);
     doc.waitForPreviews();
     EXPECT_TRUE(view.progressEvents.isEmpty()); // cancelled: no commit started
 
@@ -158,16 +157,14 @@ TEST(PreviewPipeline, RenameConfirmationCountsChangedNames) {
     doc.waitForPreviews();
     view.answers = {DocumentView::AlertAlternate};
     doc.process();
-    EXPECT_EQ(view.alerts[1].messageText,
-              QStringLiteral("Are you sure you wish to rename 2 files?"));
+    EXPECT_EQ(view.alerts[1].messageText, u"Are you sure you wish to rename 2 files?"_s);
 
     doc.changeTask(0);
     doc.waitForPreviews();
     doc.changeTask(22); // extensions already lower case: nothing changes
     doc.waitForPreviews();
     doc.process();
-    EXPECT_EQ(view.alerts[2].messageText, QStringLiteral("No files need renaming"));
-    EXPECT_EQ(view.alerts[2].informativeText,
-              QStringLiteral("You have not made any changes to the filenames."));
+    EXPECT_EQ(view.alerts[2].messageText, u"No files need renaming"_s);
+    EXPECT_EQ(view.alerts[2].informativeText, u"You have not made any changes to the filenames."_s);
 }
 } // namespace

@@ -4,6 +4,8 @@
 #include <QDir>
 #include <gtest/gtest.h>
 
+using namespace Qt::Literals::StringLiterals;
+
 namespace {
 // A compact text form of a component list: Kind:value, joined by "|".
 QString shape(const ComponentList& list) {
@@ -27,86 +29,78 @@ class ParseTest : public ::testing::TestWithParam<ParseCase> {};
 TEST_P(ParseTest, ParsesAndRebuildsTheName) {
     const ParseCase& c = GetParam();
     const QString name = QString::fromUtf8(c.name);
-    auto item = QXFileItem::fileItemWithFile(QStringLiteral("/shots/") + name);
+    auto item = QXFileItem::fileItemWithFile(u"/shots/"_s + name);
     EXPECT_EQ(shape(item->components()).toStdString(), c.components);
     EXPECT_EQ(item->paddingLength(), c.padding);
     EXPECT_EQ(item->fileName(), name);
     EXPECT_EQ(item->proposedFileName(), name);
-    EXPECT_EQ(item->containerDir(), QStringLiteral("/shots"));
-    EXPECT_EQ(item->fullPath(), QStringLiteral("/shots/") + name);
+    EXPECT_EQ(item->containerDir(), u"/shots"_s);
+    EXPECT_EQ(item->fullPath(), u"/shots/"_s + name);
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Names, ParseTest,
-    ::testing::Values(
-        ParseCase{"MyImage.0001.jpg", "Fil:MyImage|Sep:.|Frame Number:1|Sep:.|File Extension:jpg",
-                  4},
-        ParseCase{"MyImage0001.jpg", "Fil:MyImage0001|Sep:.|File Extension:jpg", 0},
-        ParseCase{"0042.tif", "Frame Number:42|Sep:.|File Extension:tif", 4},
-        ParseCase{"shot_12_v2.mov", "Fil:shot|Sep:_|Fil:12|Sep:_|Fil:v2|Sep:.|File Extension:mov",
-                  0},
-        ParseCase{".hidden", "Fil:|Sep:.|Fil:hidden", 0}, ParseCase{"1234", "Frame Number:1234", 4},
-        ParseCase{"take_.mov", "Fil:take|Sep:_|Sep:.|File Extension:mov", 0},
-        ParseCase{"a__b.txt", "Fil:a|Sep:_|Fil:|Sep:_|Fil:b|Sep:.|File Extension:txt", 0},
-        ParseCase{"My Image (2).jpg", "Fil:My Image |Sep:(|Fil:2|Sep:)|Sep:.|File Extension:jpg",
-                  0},
-        ParseCase{"clip.", "Fil:clip|Sep:.", 0},
-        ParseCase{"x.0", "Fil:x|Sep:.|File Extension:0", 0},
-        ParseCase{"x.0.y", "Fil:x|Sep:.|Frame Number:0|Sep:.|File Extension:y", 1},
-        // Too long for the native integer: text, and no frame number.
-        ParseCase{"s.99999999999999999999.exr",
-                  "Fil:s|Sep:.|Fil:99999999999999999999|Sep:.|File Extension:exr", 0},
-        ParseCase{"s.9223372036854775807.exr",
-                  "Fil:s|Sep:.|Frame Number:9223372036854775807|Sep:.|File Extension:exr", 19},
-        // Digits of another script are decimal digits but are kept as text.
-        ParseCase{"s.\xd9\xa1\xd9\xa2.exr",
-                  "Fil:s|Sep:.|Fil:\xd9\xa1\xd9\xa2|Sep:.|File Extension:exr", 0},
-        ParseCase{
-            "{a}[b]<c>#d",
-            "Fil:|Sep:{|Fil:a|Sep:}|Fil:|Sep:[|Fil:b|Sep:]|Fil:|Sep:<|Fil:c|Sep:>|Fil:|Sep:#|Fil:d",
-            0}));
+// clang-format off
+INSTANTIATE_TEST_SUITE_P(Names, ParseTest, ::testing::Values(
+    ParseCase{"MyImage.0001.jpg", "Fil:MyImage|Sep:.|Frame Number:1|Sep:.|File Extension:jpg", 4},
+    ParseCase{"MyImage0001.jpg", "Fil:MyImage0001|Sep:.|File Extension:jpg", 0},
+    ParseCase{"0042.tif", "Frame Number:42|Sep:.|File Extension:tif", 4},
+    ParseCase{"shot_12_v2.mov", "Fil:shot|Sep:_|Fil:12|Sep:_|Fil:v2|Sep:.|File Extension:mov", 0},
+    ParseCase{".hidden", "Fil:|Sep:.|Fil:hidden", 0},
+    ParseCase{"1234", "Frame Number:1234", 4},
+    ParseCase{"take_.mov", "Fil:take|Sep:_|Sep:.|File Extension:mov", 0},
+    ParseCase{"a__b.txt", "Fil:a|Sep:_|Fil:|Sep:_|Fil:b|Sep:.|File Extension:txt", 0},
+    ParseCase{"My Image (2).jpg", "Fil:My Image |Sep:(|Fil:2|Sep:)|Sep:.|File Extension:jpg", 0},
+    ParseCase{"clip.", "Fil:clip|Sep:.", 0},
+    ParseCase{"x.0", "Fil:x|Sep:.|File Extension:0", 0},
+    ParseCase{"x.0.y", "Fil:x|Sep:.|Frame Number:0|Sep:.|File Extension:y", 1},
+    // Too long for the native integer: text, and no frame number.
+    ParseCase{"s.99999999999999999999.exr", "Fil:s|Sep:.|Fil:99999999999999999999|Sep:.|File Extension:exr", 0},
+    ParseCase{"s.9223372036854775807.exr", "Fil:s|Sep:.|Frame Number:9223372036854775807|Sep:.|File Extension:exr", 19},
+    // Digits of another script are decimal digits but are kept as text.
+    ParseCase{"s.\xd9\xa1\xd9\xa2.exr", "Fil:s|Sep:.|Fil:\xd9\xa1\xd9\xa2|Sep:.|File Extension:exr", 0},
+    ParseCase{"{a}[b]<c>#d", "Fil:|Sep:{|Fil:a|Sep:}|Fil:|Sep:[|Fil:b|Sep:]|Fil:|Sep:<|Fil:c|Sep:>|Fil:|Sep:#|Fil:d", 0}
+));
+// clang-format on
 
-TEST(QXFileItem, PaddingGoesInFrontOfTheWholeText) {
-    auto item = QXFileItem::fileItemWithFile(QStringLiteral("/a/b.0001.c"));
+// Padding goes in front of the whole text; setting a number sets, inserts and removes.
+TEST(QXFileItem, SetFrameNumberPadsSetsInsertsAndRemoves) {
+    auto item = QXFileItem::fileItemWithFile(u"/a/b.0001.c"_s);
     item->setFrameNumber(QVariant::fromValue<qlonglong>(-5));
-    EXPECT_EQ(item->paddedFrameNumber(), QStringLiteral("00-5"));
+    EXPECT_EQ(item->paddedFrameNumber(), u"00-5"_s);
     item->setFrameNumber(QVariant::fromValue<qulonglong>(123456));
-    EXPECT_EQ(item->paddedFrameNumber(), QStringLiteral("123456")); // never shortened
+    EXPECT_EQ(item->paddedFrameNumber(), u"123456"_s); // never shortened
     item->setPaddingLength(0);
     item->setFrameNumber(QVariant::fromValue<qulonglong>(7));
-    EXPECT_EQ(item->proposedFileName(), QStringLiteral("b.7.c"));
-}
+    EXPECT_EQ(item->proposedFileName(), u"b.7.c"_s);
 
-TEST(QXFileItem, SetFrameNumberSetsInsertsAndRemoves) {
-    auto clip = QXFileItem::fileItemWithFile(QStringLiteral("/a/clip.mov"));
+    auto clip = QXFileItem::fileItemWithFile(u"/a/clip.mov"_s);
     clip->setFrameNumber(QVariant::fromValue<qulonglong>(5));
-    EXPECT_EQ(clip->proposedFileName(), QStringLiteral("clip.5.mov"));
+    EXPECT_EQ(clip->proposedFileName(), u"clip.5.mov"_s);
     clip->setPaddingLength(4);
-    EXPECT_EQ(clip->proposedFileName(), QStringLiteral("clip.0005.mov"));
+    EXPECT_EQ(clip->proposedFileName(), u"clip.0005.mov"_s);
 
-    auto noExt = QXFileItem::fileItemWithFile(QStringLiteral("/a/clip"));
+    auto noExt = QXFileItem::fileItemWithFile(u"/a/clip"_s);
     noExt->setFrameNumber(QVariant::fromValue<qulonglong>(3));
-    EXPECT_EQ(noExt->proposedFileName(), QStringLiteral("clip.3"));
+    EXPECT_EQ(noExt->proposedFileName(), u"clip.3"_s);
 
-    auto numbered = QXFileItem::fileItemWithFile(QStringLiteral("/a/clip.0007.dpx"));
+    auto numbered = QXFileItem::fileItemWithFile(u"/a/clip.0007.dpx"_s);
     numbered->setFrameNumber(QVariant());
-    EXPECT_EQ(numbered->proposedFileName(), QStringLiteral("clip.dpx"));
+    EXPECT_EQ(numbered->proposedFileName(), u"clip.dpx"_s);
     EXPECT_FALSE(numbered->hasFrameNumber());
 
     // Removing from a name without a number leaves the list as it was.
-    auto plain = QXFileItem::fileItemWithFile(QStringLiteral("/a/clip.dpx"));
+    auto plain = QXFileItem::fileItemWithFile(u"/a/clip.dpx"_s);
     const ComponentList before = plain->components();
     plain->setFrameNumber(QVariant());
     EXPECT_EQ(plain->components(), before);
 
     // Only the extension: no room before it, which raises.
     auto extOnly = std::make_shared<QXFileItem>();
-    extOnly->setComponents({NameComponent::extension(QStringLiteral("jpg"))});
+    extOnly->setComponents({NameComponent::extension(u"jpg"_s)});
     EXPECT_ANY_THROW(extOnly->setFrameNumber(QVariant::fromValue<qulonglong>(1)));
 }
 
 TEST(QXFileItem, PreviewIsAnIndependentCopy) {
-    auto item = QXFileItem::fileItemWithFile(QStringLiteral("/a/shot.0001.exr"));
+    auto item = QXFileItem::fileItemWithFile(u"/a/shot.0001.exr"_s);
     FileItemPtr preview = item->previewObject();
     ASSERT_TRUE(preview);
     EXPECT_EQ(preview->fileName(), item->fileName());
@@ -114,40 +108,40 @@ TEST(QXFileItem, PreviewIsAnIndependentCopy) {
 
     preview->setFrameNumber(QVariant::fromValue<qulonglong>(9));
     preview->synchronize();
-    EXPECT_EQ(preview->fileName(), QStringLiteral("shot.0009.exr"));
-    EXPECT_EQ(item->fileName(), QStringLiteral("shot.0001.exr"));
+    EXPECT_EQ(preview->fileName(), u"shot.0009.exr"_s);
+    EXPECT_EQ(item->fileName(), u"shot.0001.exr"_s);
 
     // The preview made at creation shows the item as it was, not as it became.
-    auto later = QXFileItem::fileItemWithFile(QStringLiteral("/a/x.jpg"));
+    auto later = QXFileItem::fileItemWithFile(u"/a/x.jpg"_s);
     later->setIsDir(true);
-    later->setFileName(QStringLiteral("y.jpg"));
-    EXPECT_EQ(later->previewObject()->fileName(), QStringLiteral("x.jpg"));
+    later->setFileName(u"y.jpg"_s);
+    EXPECT_EQ(later->previewObject()->fileName(), u"x.jpg"_s);
     EXPECT_FALSE(later->previewObject()->isDir());
     // Components of a renamed item stay those of the name it was parsed from.
-    EXPECT_EQ(later->components().first().text(), QStringLiteral("x"));
+    EXPECT_EQ(later->components().first().text(), u"x"_s);
 
     item->resetPreview();
-    EXPECT_EQ(item->previewObject()->fileName(), QStringLiteral("shot.0001.exr"));
+    EXPECT_EQ(item->previewObject()->fileName(), u"shot.0001.exr"_s);
 }
 
 TEST(QXFileItem, ComparatorsKeepTheirAsymmetry) {
-    auto numbered = QXFileItem::fileItemWithFile(QStringLiteral("/a/s.0002.exr"));
-    auto lower = QXFileItem::fileItemWithFile(QStringLiteral("/a/s.0001.exr"));
-    auto plain = QXFileItem::fileItemWithFile(QStringLiteral("/a/s.exr"));
+    auto numbered = QXFileItem::fileItemWithFile(u"/a/s.0002.exr"_s);
+    auto lower = QXFileItem::fileItemWithFile(u"/a/s.0001.exr"_s);
+    auto plain = QXFileItem::fileItemWithFile(u"/a/s.exr"_s);
     EXPECT_EQ(numbered->frameNumberCompare(lower.get()), 1);
     EXPECT_EQ(lower->frameNumberCompare(numbered.get()), -1);
     EXPECT_EQ(plain->frameNumberCompare(numbered.get()), 0); // nothing asked: same
     EXPECT_EQ(numbered->frameNumberCompare(plain.get()), 1); // other has none: descending
     EXPECT_EQ(numbered->frameNumberCompare(nullptr), 1);
 
-    auto a = QXFileItem::fileItemWithFile(QStringLiteral("/a/B.exr"));
-    auto b = QXFileItem::fileItemWithFile(QStringLiteral("/a/a.exr"));
+    auto a = QXFileItem::fileItemWithFile(u"/a/B.exr"_s);
+    auto b = QXFileItem::fileItemWithFile(u"/a/a.exr"_s);
     EXPECT_EQ(a->previewFilenameCompare(b.get()), -1); // case-sensitive: "B" < "a"
     EXPECT_EQ(a->previewFilenameCompare(nullptr), 1);
 }
 
 TEST(QXFileItem, ArchiveRoundTripsTheSixValues) {
-    auto item = QXFileItem::fileItemWithFile(QStringLiteral("/a/shot.0010.exr"));
+    auto item = QXFileItem::fileItemWithFile(u"/a/shot.0010.exr"_s);
     item->setIsDir(true);
     ComponentList list = item->components();
     list.append({ComponentKind::Date, QDateTime::fromSecsSinceEpoch(1300000000)});
@@ -176,23 +170,19 @@ TEST(QXFileItem, ArchiveRoundTripsTheSixValues) {
     EXPECT_FALSE(QXFileItem::decode(QByteArray("garbage")));
 }
 
-TEST(QXFileItem, PathsAndTilde) {
+TEST(QXFileItem, PathsTildeAndDateComponents) {
     const QString home = QDir::homePath();
-    auto item = QXFileItem::fileItemWithFile(QStringLiteral("~/renders/a.1.exr"));
-    EXPECT_EQ(item->containerDir(), home + QStringLiteral("/renders"));
-    EXPECT_EQ(item->displayName(), QStringLiteral("~/renders/a.1.exr"));
-    auto root = QXFileItem::fileItemWithFile(QStringLiteral("/top.txt"));
-    EXPECT_EQ(root->fullPath(), QStringLiteral("/top.txt"));
-}
-
-TEST(QXFileItem, DateComponentsUseTheDefaultDateForm) {
-    auto item = std::make_shared<QXFileItem>();
+    auto item = QXFileItem::fileItemWithFile(u"~/renders/a.1.exr"_s);
+    EXPECT_EQ(item->containerDir(), home + u"/renders"_s);
+    EXPECT_EQ(item->displayName(), u"~/renders/a.1.exr"_s);
+    auto root = QXFileItem::fileItemWithFile(u"/top.txt"_s);
+    EXPECT_EQ(root->fullPath(), u"/top.txt"_s);
+    auto dated = std::make_shared<QXFileItem>();
     const QDateTime when(QDate(2011, 3, 24), QTime(10, 45, 32), Qt::OffsetFromUTC, 3600);
-    item->setComponents(
-        {NameComponent::filename(QStringLiteral("x_")), {ComponentKind::Date, when}});
-    const QString name = item->proposedFileName();
+    dated->setComponents({NameComponent::filename(u"x_"_s), {ComponentKind::Date, when}});
+    const QString name = dated->proposedFileName();
     // Local time with its offset, e.g. "x_2011-03-24 09:45:32 +0000" in UTC.
-    EXPECT_TRUE(name.startsWith(QStringLiteral("x_2011-03-24 ")));
-    EXPECT_EQ(name.size(), QStringLiteral("x_2011-03-24 10:45:32 +0100").size());
+    EXPECT_TRUE(name.startsWith(u"x_2011-03-24 "_s));
+    EXPECT_EQ(name.size(), u"x_2011-03-24 10:45:32 +0100"_s.size());
 }
 } // namespace

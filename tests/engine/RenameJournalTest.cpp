@@ -20,8 +20,7 @@ protected:
 };
 
 TEST(RenameJournalCodingTest, PathsWithTabsLineBreaksAndPercentSurvive) {
-    for (const QString& p :
-         {QStringLiteral("/a/b\tc\nd%41\r.jpg"), QStringLiteral("/ü/日本/x\x7f"), QString()}) {
+    for (const QString& p : {u"/a/b\tc\nd%41\r.jpg"_s, u"/ü/日本/x\x7f"_s, QString()}) {
         const QByteArray field = RenameJournal::encodePath(p);
         EXPECT_FALSE(field.contains('\t') || field.contains('\n') || field.contains('\r'));
         EXPECT_EQ(RenameJournal::decodePath(field), p);
@@ -29,7 +28,7 @@ TEST(RenameJournalCodingTest, PathsWithTabsLineBreaksAndPercentSurvive) {
 }
 
 TEST_F(RenameJournalTest, FolderNameAndATornLastRecord) {
-    const QString path = commit({{QStringLiteral("a"), QStringLiteral("b")}});
+    const QString path = commit({{u"a"_s, u"b"_s}});
     EXPECT_EQ(QXFileItem::deletingLastPathComponent(path), QXLog::logFolder() + u"/Journals"_s);
     EXPECT_TRUE(
         QRegularExpression(QStringLiteral(R"(^\d{8}-\d{6}-[0-9a-f]{8}-[0-9a-f-]{27}\.journal$)"))
@@ -45,15 +44,15 @@ TEST_F(RenameJournalTest, FolderNameAndATornLastRecord) {
     const auto j = RenameJournal::read(path);
     ASSERT_TRUE(j);
     EXPECT_EQ(j->steps.size(), 1);
-    EXPECT_FALSE(RenameJournal::read(tree.file(QStringLiteral("not-a-journal"), "hello\n")));
+    EXPECT_FALSE(RenameJournal::read(tree.file(u"not-a-journal"_s, "hello\n")));
 }
 
 TEST_F(RenameJournalTest, UndoRestoresSwapsCaseChangesAndOddNames) {
-    const QString odd = QStringLiteral("tab\there");
-    const QString path = commit({{QStringLiteral("a.txt"), QStringLiteral("b.txt")},
-                                 {QStringLiteral("b.txt"), QStringLiteral("a.txt")},
-                                 {QStringLiteral("IMG.JPG"), QStringLiteral("img.jpg")},
-                                 {odd, QStringLiteral("line\nbreak")}});
+    const QString odd = u"tab\there"_s;
+    const QString path = commit({{u"a.txt"_s, u"b.txt"_s},
+                                 {u"b.txt"_s, u"a.txt"_s},
+                                 {u"IMG.JPG"_s, u"img.jpg"_s},
+                                 {odd, u"line\nbreak"_s}});
     ASSERT_TRUE(doc.lastFailedNames().isEmpty());
     QString error;
     const auto report = RenameJournal::undo(path, &error);
@@ -61,13 +60,13 @@ TEST_F(RenameJournalTest, UndoRestoresSwapsCaseChangesAndOddNames) {
     EXPECT_TRUE(report.refused.isEmpty()) << report.refused.join(u'\n').toStdString();
     EXPECT_EQ(report.undone, 6); // aside, 2 renames, temp, untemp, the odd one
     EXPECT_EQ(tree.list(), (QStringList{u"IMG.JPG"_s, u"a.txt"_s, u"b.txt"_s, odd}));
-    EXPECT_EQ(tree.read(QStringLiteral("a.txt")), "a.txt");
+    EXPECT_EQ(tree.read(u"a.txt"_s), "a.txt");
     EXPECT_EQ(tree.read(odd), odd.toUtf8());
     // The undo is itself a journal, and the original is marked.
     EXPECT_EQ(RenameJournal::read(path)->undoneBy, report.undoJournal);
     EXPECT_TRUE(RenameJournal::read(report.undoJournal)->complete);
     RenameJournal::undo(path, &error);
-    EXPECT_TRUE(error.contains(QStringLiteral("already undone"))) << error.toStdString();
+    EXPECT_TRUE(error.contains(u"already undone"_s)) << error.toStdString();
 }
 
 // Moves are announced in runs; when one fails, those after it in its run are
@@ -95,36 +94,33 @@ TEST_F(RenameJournalTest, EveryAnnouncedMoveIsMarkedWhenTheCommitEnds) {
 }
 
 TEST_F(RenameJournalTest, UndoRefusesStepsWhoseFileMovedAndGoesOn) {
-    const QString path = commit({{QStringLiteral("a"), QStringLiteral("A2")},
-                                 {QStringLiteral("b"), QStringLiteral("B2")},
-                                 {QStringLiteral("c"), QStringLiteral("C2")}});
+    const QString path = commit({{u"a"_s, u"A2"_s}, {u"b"_s, u"B2"_s}, {u"c"_s, u"C2"_s}});
     ASSERT_TRUE(QFile::rename(tree(u"B2"_s), tree(u"elsewhere"_s)));
-    tree.file(QStringLiteral("c"), "new c");
+    tree.file(u"c"_s, "new c");
     QString error;
     const auto report = RenameJournal::undo(path, &error);
     EXPECT_EQ(report.undone, 1);
     ASSERT_EQ(report.refused.size(), 2);
-    EXPECT_EQ(report.refused[0],
-              QStringLiteral("Not undone: %1 cannot go back to %2, which is taken")
-                  .arg(tree(u"C2"_s), tree(u"c"_s)));
+    EXPECT_EQ(report.refused[0], u"Not undone: %1 cannot go back to %2, which is taken"_s.arg(
+                                     tree(u"C2"_s), tree(u"c"_s)));
     EXPECT_EQ(report.refused[1],
-              QStringLiteral("Not undone: %1 is no longer at %2").arg(tree(u"b"_s), tree(u"B2"_s)));
+              u"Not undone: %1 is no longer at %2"_s.arg(tree(u"b"_s), tree(u"B2"_s)));
     EXPECT_EQ(tree.list(), (QStringList{u"C2"_s, u"a"_s, u"c"_s, u"elsewhere"_s}));
-    EXPECT_EQ(tree.read(QStringLiteral("c")), "new c");
+    EXPECT_EQ(tree.read(u"c"_s), "new c");
     EXPECT_TRUE(RenameJournal::read(path)->undoneBy.isEmpty()); // still to be dealt with
 }
 
 TEST_F(RenameJournalTest, UndoBringsBackFromTheTrashAndRemovesTheFolderItMade) {
-    tree.file(QStringLiteral("y"), "foreign");
-    tree.file(QStringLiteral("w"), "foreign w");
+    tree.file(u"y"_s, "foreign");
+    tree.file(u"w"_s, "foreign w");
     Preferences::setConflictActionOverride(2);
-    const QString trashed = commit({{QStringLiteral("x"), QStringLiteral("y")}});
+    const QString trashed = commit({{u"x"_s, u"y"_s}});
     Preferences::setConflictActionOverride(0);
-    const QString moved = commit({{QStringLiteral("v"), QStringLiteral("w")}});
-    ASSERT_TRUE(tree.exists(QStringLiteral("Conflicting files/w")));
+    const QString moved = commit({{u"v"_s, u"w"_s}});
+    ASSERT_TRUE(tree.exists(u"Conflicting files/w"_s));
     QString error;
     EXPECT_TRUE(RenameJournal::undo(moved, &error).refused.isEmpty());
-    EXPECT_FALSE(tree.exists(QStringLiteral("Conflicting files")));
+    EXPECT_FALSE(tree.exists(u"Conflicting files"_s));
     const auto j = RenameJournal::read(trashed);
     QString where;
     for (const auto& step : j->steps)
@@ -134,16 +130,16 @@ TEST_F(RenameJournalTest, UndoBringsBackFromTheTrashAndRemovesTheFolderItMade) {
         u"/info/"_s + QXFileItem::lastPathComponent(where) + u".trashinfo"_s;
     EXPECT_TRUE(QFile::exists(info));
     EXPECT_TRUE(RenameJournal::undo(trashed, &error).refused.isEmpty());
-    EXPECT_EQ(tree.read(QStringLiteral("y")), "foreign");
-    EXPECT_EQ(tree.read(QStringLiteral("x")), "x");
-    EXPECT_EQ(tree.read(QStringLiteral("w")), "foreign w");
+    EXPECT_EQ(tree.read(u"y"_s), "foreign");
+    EXPECT_EQ(tree.read(u"x"_s), "x");
+    EXPECT_EQ(tree.read(u"w"_s), "foreign w");
     EXPECT_FALSE(QFile::exists(info));
 }
 
 // A commit cut short: the journal has no "complete", one file is under its
 // temporary name, and one move was recorded but never marked.
 TEST_F(RenameJournalTest, InterruptedCommitIsListedAndCanBeUndone) {
-    const FileList f = batch({QStringLiteral("A"), QStringLiteral("B"), QStringLiteral("C")});
+    const FileList f = batch({u"A"_s, u"B"_s, u"C"_s});
     for (const auto& i : f)
         propose(i, i->fileName().toLower());
     RenameJournal j;
@@ -162,12 +158,9 @@ TEST_F(RenameJournalTest, InterruptedCommitIsListedAndCanBeUndone) {
     EXPECT_EQ(list[0].contents.path, j.path());
     EXPECT_EQ(list[0].done, 3);
     EXPECT_EQ(list[0].pending, 1);
-    EXPECT_EQ(
-        list[0].temporaryFiles,
-        QStringList{
-            QStringLiteral("%1 (was %2, to become %3)").arg(tmpB, tree(u"B"_s), tree(u"b"_s))});
-    EXPECT_EQ(list[0].inProgress,
-              QStringList{QStringLiteral("%1 -> %2 (not made)").arg(tmpB, tree(u"b"_s))});
+    EXPECT_EQ(list[0].temporaryFiles,
+              QStringList{u"%1 (was %2, to become %3)"_s.arg(tmpB, tree(u"B"_s), tree(u"b"_s))});
+    EXPECT_EQ(list[0].inProgress, QStringList{u"%1 -> %2 (not made)"_s.arg(tmpB, tree(u"b"_s))});
 
     QString error;
     const auto report = RenameJournal::undo(j.path(), &error);
