@@ -1,3 +1,4 @@
+#include "CliResult.h"
 #include "TempTree.h"
 
 #include <QJsonArray>
@@ -9,20 +10,11 @@
 using namespace Qt::Literals::StringLiterals;
 
 namespace {
-struct CliRun {
-    int status = -1;
-    QString out;
-    QString err;
-};
-
-CliRun cli(const QStringList& args) {
+CliResult cli(const QStringList& args) {
     QProcess p;
     p.start(QStringLiteral(SEQMATE_CLI_PATH), args);
     p.closeWriteChannel();
-    p.waitForFinished(60000);
-    return {p.exitStatus() == QProcess::NormalExit ? p.exitCode() : -1,
-            QString::fromUtf8(p.readAllStandardOutput()),
-            QString::fromUtf8(p.readAllStandardError())};
+    return waitForCli(p, 60000);
 }
 
 TempTree& frames(TempTree& t) {
@@ -35,7 +27,7 @@ TEST(Cli, WithoutATaskPrintsItemsAndComponents) {
     TempTree t;
     frames(t);
     t.file(u"plates/.hidden"_s);
-    const CliRun r = cli({t(u"plates"_s)});
+    const CliResult r = cli({t(u"plates"_s)});
     ASSERT_EQ(r.status, 0) << r.err.toStdString();
     EXPECT_TRUE(r.out.contains(u"Frame Number 1 (padding 4)"_s));
     EXPECT_TRUE(r.out.contains(u"File Extension \"EXR\""_s));
@@ -46,13 +38,13 @@ TEST(Cli, WithoutATaskPrintsItemsAndComponents) {
 TEST(Cli, PreviewTableAndJson) {
     TempTree t;
     frames(t);
-    const CliRun table = cli({u"-t"_s, u"lower-ext"_s, t(u"plates"_s)});
+    const CliResult table = cli({u"-t"_s, u"lower-ext"_s, t(u"plates"_s)});
     ASSERT_EQ(table.status, 0) << table.err.toStdString();
     EXPECT_TRUE(table.out.contains(u"Shot.0001.EXR -> Shot.0001.exr"_s));
     EXPECT_TRUE(table.out.contains(u"5 file(s), 5 to rename, 0 conflict(s)"_s));
 
-    const CliRun json = cli({u"--task"_s, u"9"_s, u"--json"_s, t(u"plates/Shot.0001.EXR"_s),
-                             t(u"plates/Shot.0002.EXR"_s)});
+    const CliResult json = cli({u"--task"_s, u"9"_s, u"--json"_s, t(u"plates/Shot.0001.EXR"_s),
+                                t(u"plates/Shot.0002.EXR"_s)});
     ASSERT_EQ(json.status, 0) << json.err.toStdString();
     const QJsonArray rows = QJsonDocument::fromJson(json.out.toUtf8()).array();
     ASSERT_EQ(rows.size(), 2);
@@ -66,25 +58,25 @@ TEST(Cli, PreviewTableAndJson) {
 TEST(Cli, SettingsByKeyAndFormat) {
     TempTree t;
     frames(t);
-    const CliRun pad =
+    const CliResult pad =
         cli({u"-t"_s, u"pad"_s, u"-s"_s, u"padLength=6"_s, t(u"plates/Shot.0009.EXR"_s)});
     EXPECT_TRUE(pad.out.contains(u"-> Shot.000009.EXR"_s)) << pad.out.toStdString();
 
-    const CliRun regex =
+    const CliResult regex =
         cli({u"-t"_s, u"find-replace"_s, u"-s"_s, u"find=(\\w+)\\.(\\d+)"_s, u"-s"_s,
              u"replace=$2_$1"_s, u"-s"_s, u"regex=yes"_s, t(u"plates/Shot.0001.EXR"_s)});
     EXPECT_TRUE(regex.out.contains(u"-> 0001_Shot.EXR"_s)) << regex.out.toStdString();
 
-    const CliRun conform = cli({u"-t"_s, u"conform"_s, u"--format"_s,
-                                u"@@ Filename @@_v2.@@ Frame Number @@.@@ File Extension @@"_s,
-                                t(u"plates/Shot.0003.EXR"_s)});
+    const CliResult conform = cli({u"-t"_s, u"conform"_s, u"--format"_s,
+                                   u"@@ Filename @@_v2.@@ Frame Number @@.@@ File Extension @@"_s,
+                                   t(u"plates/Shot.0003.EXR"_s)});
     EXPECT_TRUE(conform.out.contains(u"-> Shot_v2.0003.EXR"_s)) << conform.out.toStdString();
 }
 
 TEST(Cli, GapCheckPrintsItsReport) {
     TempTree t;
     frames(t);
-    const CliRun r = cli({u"-t"_s, u"check-gaps"_s, t(u"plates"_s)});
+    const CliResult r = cli({u"-t"_s, u"check-gaps"_s, t(u"plates"_s)});
     ASSERT_EQ(r.status, 0);
     EXPECT_TRUE(r.out.contains(u"2 gaps found"_s));
     EXPECT_TRUE(
@@ -96,11 +88,11 @@ TEST(Cli, BatchFilesSaveAndReopen) {
     TempTree t;
     frames(t);
     const QString batch = t(u"b.sqb"_s);
-    const CliRun save = cli({u"-t"_s, u"offset"_s, u"-s"_s, u"offset=-1"_s, u"--save"_s, batch,
-                             t(u"plates/Shot.0002.EXR"_s)});
+    const CliResult save = cli({u"-t"_s, u"offset"_s, u"-s"_s, u"offset=-1"_s, u"--save"_s, batch,
+                                t(u"plates/Shot.0002.EXR"_s)});
     ASSERT_EQ(save.status, 0) << save.err.toStdString();
     EXPECT_TRUE(t.read(u"b.sqb"_s).contains("<integer>18446744073709551615</integer>"));
-    const CliRun reopen = cli({u"-b"_s, batch});
+    const CliResult reopen = cli({u"-b"_s, batch});
     ASSERT_EQ(reopen.status, 0) << reopen.err.toStdString();
     EXPECT_TRUE(reopen.out.contains(u"Shot.0002.EXR -> Shot.0001.EXR"_s))
         << reopen.out.toStdString();
@@ -119,7 +111,7 @@ TEST(Cli, UsageErrorsExitWithTwoAndOneLine) {
         {u"-t"_s, u"check-gaps"_s, u"--apply"_s, t.path()},
     };
     for (const QStringList& args : bad) {
-        const CliRun r = cli(args);
+        const CliResult r = cli(args);
         EXPECT_EQ(r.status, 2) << args.join(u' ').toStdString();
         EXPECT_EQ(r.err.trimmed().count(u'\n'), 0) << r.err.toStdString();
         EXPECT_TRUE(r.err.startsWith(u"seqmate-cli: "_s)) << r.err.toStdString();

@@ -1,5 +1,6 @@
 // seqmate-cli --apply, --undo and --recover, run as a child process on real
 // folders, with a private home so that its journals are its own.
+#include "CliResult.h"
 #include "TempTree.h"
 
 #include <QDir>
@@ -15,12 +16,6 @@
 using namespace Qt::Literals::StringLiterals;
 
 namespace {
-
-struct CliResult {
-    int status = -1;
-    QString out;
-    QString err;
-};
 
 class CommitCli : public ::testing::Test {
 protected:
@@ -44,10 +39,7 @@ protected:
     CliResult run(const QStringList& args, const QStringList& extraEnv = {}) const {
         QProcess p;
         start(p, args, extraEnv);
-        p.waitForFinished(120000);
-        return {p.exitStatus() == QProcess::NormalExit ? p.exitCode() : -1,
-                QString::fromUtf8(p.readAllStandardOutput()),
-                QString::fromUtf8(p.readAllStandardError())};
+        return waitForCli(p, 120000);
     }
     QStringList makeFiles(const QString& pattern, int count) const {
         QStringList paths;
