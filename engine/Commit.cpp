@@ -12,6 +12,7 @@
 #include <QFile>
 #include <QVarLengthArray>
 
+#include <algorithm>
 #include <cerrno>
 #include <condition_variable>
 #include <mutex>
@@ -44,6 +45,19 @@ QString datedName(const QString& p) {
 
 QString plural(int count) {
     return count == 1 ? QString() : QStringLiteral("s");
+}
+
+bool isAscii(const QString& s) {
+    return std::all_of(s.cbegin(), s.cend(), [](QChar c) { return c.unicode() < 0x80; });
+}
+
+// Whether the two paths are equal once lowered, as QString::toLower() lowers
+// them; without lowering copies for the usual pair of ASCII paths, where
+// lowering is letter for letter.
+bool sameWhenLowered(const QString& a, const QString& b) {
+    if (isAscii(a) && isAscii(b))
+        return a.size() == b.size() && a.compare(b, Qt::CaseInsensitive) == 0;
+    return a.toLower() == b.toLower();
 }
 } // namespace
 
@@ -216,7 +230,7 @@ CommitRunner::Job CommitRunner::plan(int index) const {
         job.kind = Job::Kind::Blank;
     } else if (job.oldPath == job.newPath) {
         job.kind = Job::Kind::Unchanged;
-    } else if (job.oldPath.toLower() == job.newPath.toLower()) {
+    } else if (sameWhenLowered(job.oldPath, job.newPath)) {
         // A case-insensitive volume sees one name: go through a unique one.
         // The unique last component of QXLocalPaths::tempFile(), without the
         // temporary folder that would be cut off again.
@@ -508,6 +522,10 @@ bool MyDocument::copyFiles() {
         m_failedNames.clear();
         m_journalPath.clear();
         m_commitSummary = {};
+    }
+    {
+        QMutexLocker lock(&m_mutex);
+        m_indexStale = true;
     }
     CommitRunner runner(*this);
     return runner.run();

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QString>
+#include <algorithm>
 #include <unordered_map>
 
 // The hash index behind the document's exact-path look-ups: full path hash
@@ -13,7 +14,13 @@ public:
         m_map.clear();
         m_duplicates = 0;
     }
-    void reserve(size_t n) { m_map.reserve(n); }
+    // Grows geometrically, so that a walk through many small folders, which
+    // asks for a little more each time, does not rehash for every folder.
+    void reserve(size_t n) {
+        if (static_cast<float>(n) >
+            m_map.max_load_factor() * static_cast<float>(m_map.bucket_count()))
+            m_map.reserve(std::max(n, 2 * m_map.size()));
+    }
     static quint64 hashOf(const QString& path);
     // Records path at position; counts a duplicate when the path was there.
     void insert(const QString& path, int position, bool alreadyPresent) {

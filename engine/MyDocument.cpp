@@ -93,7 +93,8 @@ qsizetype MyDocument::fileCount() const {
     return m_files.size();
 }
 
-void MyDocument::rebuildIndexLocked() {
+void MyDocument::rebuildIndexLocked() const {
+    m_indexStale = false;
     m_index->clear();
     m_index->reserve(static_cast<size_t>(m_files.size()));
     QSet<QString> seen;
@@ -109,6 +110,11 @@ void MyDocument::rebuildIndexLocked() {
     }
 }
 
+FileIndex& MyDocument::indexLocked() const {
+    if (m_indexStale) rebuildIndexLocked();
+    return *m_index;
+}
+
 void MyDocument::setFileArray(const FileList& files) {
     QMutexLocker lock(&m_mutex);
     m_files = files;
@@ -118,23 +124,25 @@ void MyDocument::setFileArray(const FileList& files) {
 void MyDocument::appendItemLocked(FileItemPtr item) {
     const QString path = item->fullPath();
     bool present = false;
-    m_index->forEachCandidate(path, [&](int pos) {
+    FileIndex& index = indexLocked();
+    index.forEachCandidate(path, [&](int pos) {
         present = m_files[pos]->fullPath() == path;
         return present;
     });
-    m_index->insert(path, static_cast<int>(m_files.size()), present);
+    index.insert(path, static_cast<int>(m_files.size()), present);
     m_files.append(std::move(item));
 }
 
 FileItemPtr MyDocument::fileInQueue(const QString& path) const {
     QMutexLocker lock(&m_mutex);
-    if (m_index->hasDuplicates()) {
+    FileIndex& index = indexLocked();
+    if (index.hasDuplicates()) {
         for (const auto& f : m_files)
             if (f->fullPath() == path) return f;
         return nullptr;
     }
     FileItemPtr found;
-    m_index->forEachCandidate(path, [&](int pos) {
+    index.forEachCandidate(path, [&](int pos) {
         if (pos < m_files.size() && m_files[pos]->fullPath() == path) found = m_files[pos];
         return found != nullptr;
     });
@@ -144,6 +152,7 @@ FileItemPtr MyDocument::fileInQueue(const QString& path) const {
 void MyDocument::noteItemPathChanged(const QXFileItem* item, const QString& oldFullPath,
                                      int position) {
     QMutexLocker lock(&m_mutex);
+    if (m_indexStale) return; // the rebuild reads the new path
     if (position < 0 || position >= m_files.size() || m_files[position].get() != item)
         position = -1;
     if (position < 0)
@@ -157,12 +166,13 @@ void MyDocument::noteItemPathChanged(const QXFileItem* item, const QString& oldF
     }
     m_index->erase(oldFullPath, position);
     const QString path = item->fullPath();
-    bool present = false;
+    bool present = false, indexed = false;
     m_index->forEachCandidate(path, [&](int pos) {
-        present = m_files[pos]->fullPath() == path;
-        return present;
+        indexed = pos == position; // a rebuild since the rename already has it
+        present = !indexed && m_files[pos]->fullPath() == path;
+        return present || indexed;
     });
-    m_index->insert(path, position, present);
+    if (!indexed) m_index->insert(path, position, present);
 }
 
 namespace {
@@ -236,7 +246,7 @@ void MyDocument::addPathLocked(const QString& path, bool verifyUnique, bool pres
     // A single file, a folder kept whole, or a path that does not exist.
     (void)verifyUnique;
     bool present = false;
-    m_index->forEachCandidate(path, [&](int pos) {
+    indexLocked().forEachCandidate(path, [&](int pos) {
         present = m_files[pos]->fullPath() == path;
         return present;
     });
@@ -301,18 +311,20 @@ void FolderWalker::appendRun(const QString& folder, const QList<DirEntry>& entri
     if (from >= to) return;
     const QString prefix = folder == u'/' ? QString() : folder; // "/" + name, not "//" + name
     QMutexLocker lock(&m_mutex);
+    FileIndex& index = m_doc.indexLocked();
+    index.reserve(static_cast<size_t>(m_doc.m_files.size() + (to - from)));
     for (qsizetype i = from; i < to; ++i) {
         const QString& name = entries[i].name;
         if (name.startsWith(u'.')) continue;
         const QString full = prefix + u'/' + name;
         bool present = false;
-        m_doc.m_index->forEachCandidate(full, [&](int pos) {
+        index.forEachCandidate(full, [&](int pos) {
             present = m_doc.m_files[pos]->fullPath() == full;
             return present;
         });
         if (present) continue;
         FileItemPtr item = QXFileItem::fileItemInFolder(prefix, name);
-        m_doc.m_index->insert(full, static_cast<int>(m_doc.m_files.size()), false);
+        index.insert(full, static_cast<int>(m_doc.m_files.size()), false);
         m_doc.m_files.append(std::move(item));
     }
 }

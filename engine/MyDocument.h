@@ -222,13 +222,18 @@ private:
     friend class FolderWalker;
     void addPathLocked(const QString& path, bool verifyUnique, bool preserveFolders);
     void appendItemLocked(FileItemPtr item);
-    void rebuildIndexLocked();
+    void rebuildIndexLocked() const;
+    // The index, rebuilt first when a commit left it stale.
+    FileIndex& indexLocked() const;
     void startThread(std::function<void()> work);
 
     DocumentView* m_view = nullptr;
     mutable QMutex m_mutex; // guards the list, its index, the form and the batch dictionary
     FileList m_files;
     std::unique_ptr<FileIndex> m_index;
+    // Set by a commit, which renames most of the list: one rebuild at the next
+    // look-up costs less than keeping the index up to date rename by rename.
+    mutable bool m_indexStale = false;
     SettingsForm m_form;
     QVariantMap m_batchFileDict;
     std::unique_ptr<PreviewPipeline> m_previews;

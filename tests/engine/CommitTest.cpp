@@ -75,14 +75,15 @@ TEST_F(CommitTest, BlankNameFailsAndShowsTheSummaryOverTheProgressSheet) {
 }
 
 TEST_F(CommitTest, CaseOnlyChangeGoesThroughATemporaryNameInTheSameFolder) {
-    const FileList f = batch({u"IMG.JPG"_s});
+    const FileList f = batch({u"IMG.JPG"_s, u"ÉTÉ.JPG"_s}); // lowering beyond ASCII too
     propose(f[0], u"img.jpg"_s);
+    propose(f[1], u"été.jpg"_s);
 
     EXPECT_TRUE(doc.copyFiles());
-    EXPECT_EQ(tree.list(), QStringList{u"img.jpg"_s});
+    EXPECT_EQ(tree.list(), (QStringList{u"img.jpg"_s, u"été.jpg"_s}));
     const auto j = RenameJournal::read(doc.lastJournalPath());
     ASSERT_TRUE(j);
-    ASSERT_EQ(kinds(*j), (QList<Kind>{Kind::Temp, Kind::FromTemp}));
+    ASSERT_EQ(kinds(*j), (QList<Kind>{Kind::Temp, Kind::FromTemp, Kind::Temp, Kind::FromTemp}));
     const QString tmp = j->steps[0].to;
     EXPECT_EQ(QXFileItem::deletingLastPathComponent(tmp), tree.path());
     EXPECT_EQ(j->steps[0].finalPath, tree(u"img.jpg"_s));
