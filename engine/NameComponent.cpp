@@ -1,5 +1,7 @@
 #include "NameComponent.h"
 
+#include <charconv>
+
 QString componentKindName(ComponentKind kind) {
     switch (kind) {
     case ComponentKind::Filename:
@@ -70,6 +72,23 @@ QString FrameValue::toText(const QVariant& v) {
     if (isUnsignedInt(v)) return QString::number(v.toULongLong());
     if (isSignedInt(v)) return QString::number(v.toLongLong());
     return v.toString();
+}
+
+void FrameValue::appendPadded(QString& out, const QVariant& v, qsizetype width) {
+    const bool isUnsigned = isUnsignedInt(v);
+    if (!isUnsigned && !isSignedInt(v)) {
+        const QString s = v.toString();
+        if (width > s.size()) out.resize(out.size() + width - s.size(), u'0');
+        out += s;
+        return;
+    }
+    char digits[24];
+    const std::to_chars_result r =
+        isUnsigned ? std::to_chars(digits, digits + sizeof digits, v.toULongLong())
+                   : std::to_chars(digits, digits + sizeof digits, v.toLongLong());
+    const qsizetype n = r.ptr - digits;
+    if (width > n) out.resize(out.size() + width - n, u'0');
+    out += QLatin1StringView(digits, n);
 }
 
 int FrameValue::compare(const QVariant& a, const QVariant& b) {

@@ -180,10 +180,9 @@ static QVariant firstFrameNumber(const ComponentList& list) {
 }
 
 static QString padded(const QVariant& frame, quint32 padding) {
-    const QString s = FrameValue::toText(frame);
-    const qint64 n = static_cast<qint64>(padding) - s.size();
-    if (n < 1) return s;
-    return QString(n, u'0') + s;
+    QString s;
+    FrameValue::appendPadded(s, frame, padding);
+    return s;
 }
 
 QString QXFileItem::buildName(const ComponentList& list, quint32 padding) {
@@ -191,9 +190,11 @@ QString QXFileItem::buildName(const ComponentList& list, quint32 padding) {
     QString out;
     out.reserve(64);
     for (const auto& c : list) {
-        if (c.holdsNumber()) {
-            if (c.kind == ComponentKind::FrameNumber)
-                out += padded(frame, padding); // the item's first number, with its padding
+        if (c.value.typeId() == QMetaType::QString) { // most components: text as it stands
+            out += *static_cast<const QString*>(c.value.constData());
+        } else if (c.holdsNumber()) {
+            if (c.kind == ComponentKind::FrameNumber) // the item's first number, with its padding
+                FrameValue::appendPadded(out, frame, padding);
             else
                 out += QString::number(FrameValue::toUnsigned(c.value));
         } else if (c.value.typeId() == QMetaType::QDateTime) {
@@ -441,9 +442,12 @@ QString QXFileItem::proposedFileName() const {
     qsizetype start = 0, end = 0;
     qint64 value = 0;
     if (!lastFrameToken(m_fileName, &start, &end, &value)) return m_fileName;
-    return QStringView(m_fileName).left(start) +
-           padded(QVariant::fromValue<qlonglong>(value), m_padding) +
-           QStringView(m_fileName).mid(end);
+    QString out;
+    out.reserve(m_fileName.size() + m_padding);
+    out += QStringView(m_fileName).left(start);
+    FrameValue::appendPadded(out, QVariant::fromValue<qlonglong>(value), m_padding);
+    out += QStringView(m_fileName).mid(end);
+    return out;
 }
 
 void QXFileItem::synchronize() {
