@@ -3,8 +3,12 @@
 #include "MyDocument.h"
 #include "QXException.h"
 
+#include <QThread>
+#include <algorithm>
+
 PreviewPipeline::PreviewPipeline(MyDocument& doc) : m_doc(doc) {
-    m_pool.setMaxThreadCount(kMaxConcurrent);
+    // More threads than cores only take turns (and each warms its own caches).
+    m_pool.setMaxThreadCount(std::clamp(QThread::idealThreadCount(), 1, kMaxConcurrent));
 }
 
 PreviewPipeline::~PreviewPipeline() {

@@ -66,20 +66,26 @@ bool QXFileItem::isSeparator(QChar c) {
     }
 }
 
-QVariant QXFileItem::typedValue(const QString& token) {
-    // Only a run of decimal digits that the plain integer conversion reads in
-    // full, and that fits the native signed integer, is a number: digits of
-    // other scripts and overlong runs would not survive the round trip.
-    if (token.isEmpty()) return token;
-    qint64 value = 0;
+// A run of decimal digits that the plain integer conversion reads in full, and
+// that fits the native signed integer: digits of other scripts and overlong
+// runs would not survive the round trip.
+static bool readFrameDigits(QStringView token, qint64* value) {
+    if (token.isEmpty()) return false;
+    qint64 v = 0;
     for (QChar c : token) {
-        if (!c.isDigit()) return token; // outside the Unicode decimal-digit set
         const ushort u = c.unicode();
-        if (u < '0' || u > '9') return token;
+        if (u < '0' || u > '9') return false;
         const int d = u - '0';
-        if (value > (std::numeric_limits<qint64>::max() - d) / 10) return token;
-        value = value * 10 + d;
+        if (v > (std::numeric_limits<qint64>::max() - d) / 10) return false;
+        v = v * 10 + d;
     }
+    *value = v;
+    return true;
+}
+
+QVariant QXFileItem::typedValue(const QString& token) {
+    qint64 value = 0;
+    if (!readFrameDigits(token, &value)) return token;
     return QVariant::fromValue<qlonglong>(value);
 }
 
@@ -88,6 +94,7 @@ QString QXFileItem::lastPathComponent(const QString& path) {
     while (v.size() > 1 && v.endsWith(u'/'))
         v.chop(1);
     const qsizetype slash = v.lastIndexOf(u'/');
+    if (v.size() == path.size() && slash < 0) return path; // a bare name: shared, not copied
     if (slash < 0 || v.size() == 1) return v.toString();
     return v.mid(slash + 1).toString();
 }
@@ -157,13 +164,13 @@ ComponentList QXFileItem::parseName(const QString& name, quint32* padding) {
         start = i + 1;
     }
     if (start < base.size()) {
-        const QString token = base.mid(start).toString();
-        QVariant typed = typedValue(token);
-        if (typed.typeId() == QMetaType::LongLong) {
-            list.append(NameComponent::frameNumber(typed));
+        const QStringView token = base.mid(start);
+        qint64 value = 0;
+        if (readFrameDigits(token, &value)) {
+            list.append(NameComponent::frameNumber(QVariant::fromValue<qlonglong>(value)));
             if (padding) *padding = static_cast<quint32>(token.size());
         } else {
-            list.append(NameComponent::filename(token));
+            list.append(NameComponent::filename(token.toString()));
         }
     }
     if (!ext.isEmpty()) {
@@ -239,18 +246,9 @@ static bool lastFrameToken(QStringView name, qsizetype* start, qsizetype* end, q
     qsizetype b = e;
     while (b > 0 && !QXFileItem::isSeparator(name[b - 1]))
         --b;
-    if (b == e) return false;
-    qint64 v = 0;
-    for (qsizetype i = b; i < e; ++i) {
-        const ushort u = name[i].unicode();
-        if (u < '0' || u > '9') return false;
-        const int d = u - '0';
-        if (v > (std::numeric_limits<qint64>::max() - d) / 10) return false;
-        v = v * 10 + d;
-    }
+    if (!readFrameDigits(name.mid(b, e - b), value)) return false;
     *start = b;
     *end = e;
-    *value = v;
     return true;
 }
 
