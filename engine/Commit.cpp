@@ -107,6 +107,14 @@ private:
     QString move(RenameJournal::Kind kind, const QString& from, const QString& to,
                  const QString& finalPath = QString(), int* errorCode = nullptr);
     RenameJournal& journal();
+    // This thread's log lines go to the log a chunk of files at a time: one
+    // hand-over per line kept the log's writer waking up for every file.
+    void log(const QString& line) { m_logLines.append(line); }
+    void flushLog() {
+        if (m_logLines.isEmpty()) return;
+        QXLog::appendLogs(m_logLines);
+        m_logLines.clear();
+    }
 
     // The mover thread and its two queues. While the mover is stopped (after
     // a job that stops it) this thread may use the journal itself.
@@ -122,6 +130,7 @@ private:
     bool m_journalTried = false;
     QStringList m_failed;
     int m_movedAside = 0;
+    QStringList m_logLines;
 
     // Standard primitives rather than Qt's: the thread sanitizer sees through them.
     std::mutex m_queueMutex;
@@ -202,8 +211,10 @@ bool CommitRunner::run() {
                 break;
             }
         }
+        flushLog();
     }
     stopMover();
+    flushLog();
     if (m_journal.isOpen()) m_journal.complete();
     {
         QMutexLocker lock(&m_doc.m_commitMutex);
@@ -327,25 +338,24 @@ void CommitRunner::finish(Job& job) {
     QXFileItem& item = *m_files[job.index];
     switch (job.kind) {
     case Job::Kind::Blank:
-        QXLog::appendLog(
-            QStringLiteral("Unable to rename %1 - new filename is blank").arg(job.oldPath));
+        log(QStringLiteral("Unable to rename %1 - new filename is blank").arg(job.oldPath));
         fail(item);
         return;
     case Job::Kind::Unchanged:
         succeeded(job.index, job.oldPath, job.newPath, job.proposed);
         return;
     case Job::Kind::ViaTemp:
-        QXLog::appendLog(QStringLiteral("Creating temp file %1 for %2").arg(job.tmp, job.oldPath));
+        log(QStringLiteral("Creating temp file %1 for %2").arg(job.tmp, job.oldPath));
         if (job.error.isEmpty()) {
             succeeded(job.index, job.oldPath, job.newPath, job.proposed);
             return;
         }
         fail(item);
         if (job.tempFailed)
-            QXLog::appendLog(QStringLiteral("Unable to assign temporary name to old file %1. %2")
-                                 .arg(job.oldPath, job.error));
+            log(QStringLiteral("Unable to assign temporary name to old file %1. %2")
+                    .arg(job.oldPath, job.error));
         else // two placeholders for three values: the description is not shown
-            QXLog::appendLog(QStringLiteral("Unable to move to %1. %2").arg(job.tmp, job.newPath));
+            log(QStringLiteral("Unable to move to %1. %2").arg(job.tmp, job.newPath));
         return;
     case Job::Kind::Rename:
         break;
@@ -360,8 +370,8 @@ void CommitRunner::finish(Job& job) {
     }
     if (!error.isEmpty()) {
         fail(item);
-        QXLog::appendLog(QStringLiteral("Unable to rename file %1 to %2. %3")
-                             .arg(job.oldPath, job.newPath, error));
+        log(QStringLiteral("Unable to rename file %1 to %2. %3")
+                .arg(job.oldPath, job.newPath, error));
         return;
     }
     succeeded(job.index, job.oldPath, job.newPath, job.proposed);
@@ -431,6 +441,7 @@ void CommitRunner::moverMain() {
 
 // Moves whatever stands at newPath out of the way; false when item failed.
 bool CommitRunner::clearTheWay(QXFileItem& item, const QString& newPath) {
+    flushLog(); // the lines of the files before this one go first
     if (const FileItemPtr inWay = m_doc.fileInQueue(newPath)) {
         QXLog::appendLog(
             QStringLiteral("Proposed file %1 exists, renaming old file...").arg(newPath));

@@ -68,8 +68,13 @@ struct QXLog::Impl {
 struct QXLogAccess {
     static QXLog::Impl& impl() { return *QXLog::sharedController().d; }
     static void run(QXLog::Impl& d);
-    static void enqueue(const QString& message);
-    static void write(QXLog::Impl& d, const QString& message);
+    static void enqueue(const QStringList& messages);
+    // Writes the batch's lines; returns how many it dealt with. Fewer than all
+    // when the log must restart after the last of them (restart is set) or a
+    // write failed (the rest are tried again).
+    static qsizetype write(QXLog::Impl& d, const std::deque<QXLog::Impl::Operation>& batch,
+                           bool* restart);
+    static void restartLog();
     static bool readDisablePreference();
     static QString header();
     static QString executableName();
@@ -99,38 +104,51 @@ QXLog& QXLog::sharedController() {
 
 void QXLogAccess::run(QXLog::Impl& d) {
     for (;;) {
-        QXLog::Impl::Operation op;
+        // Everything waiting goes out together, in one write: a commit logs a
+        // line per file, and a write and a wake-up per line cost more than the
+        // rename they describe. The lines still keep their order.
+        std::deque<QXLog::Impl::Operation> batch;
         {
             std::unique_lock lock(d.queueMutex);
             d.workAvailable.wait(lock, [&d] { return !d.queue.empty(); });
-            op = std::move(d.queue.front());
-            d.queue.pop_front();
-            d.runningId = op.id;
+            batch.swap(d.queue);
+            d.runningId = batch.back().id;
         }
-        write(d, op.message);
+        bool restart = false;
+        const auto done = static_cast<std::size_t>(write(d, batch, &restart));
         {
             std::lock_guard lock(d.queueMutex);
-            d.unfinished.erase(op.id);
+            for (std::size_t i = 0; i < done; ++i)
+                d.unfinished.erase(batch[i].id);
+            // Lines not dealt with go back, ahead of any that came meanwhile.
+            for (std::size_t i = batch.size(); i > done; --i)
+                d.queue.push_front(std::move(batch[i - 1]));
             d.runningId = 0;
         }
+        if (restart) restartLog();
         d.workDone.notify_all();
     }
 }
 
-void QXLogAccess::enqueue(const QString& message) {
+void QXLogAccess::enqueue(const QStringList& messages) {
     QXLog::Impl& d = impl();
+    bool wasEmpty = false;
     {
         std::lock_guard lock(d.queueMutex);
-        QXLog::Impl::Operation op{d.nextId++, message};
-        d.unfinished.insert(op.id);
+        wasEmpty = d.queue.empty();
         // Only the restart after 500KB queues from the writer itself; its marker goes first so
         // that it opens the new file, ahead of lines that were already waiting.
-        if (std::this_thread::get_id() == d.writerId)
-            d.queue.push_front(std::move(op));
-        else
-            d.queue.push_back(std::move(op));
+        const bool front = std::this_thread::get_id() == d.writerId;
+        auto at = front ? d.queue.begin() : d.queue.end();
+        for (const QString& message : messages) {
+            QXLog::Impl::Operation op{d.nextId++, message};
+            d.unfinished.insert(op.id);
+            at = std::next(d.queue.insert(at, std::move(op)));
+        }
     }
-    d.workAvailable.notify_one();
+    // Only an empty queue can have the writer asleep; waking it for every line
+    // of a busy stretch would cost a system call per line.
+    if (wasEmpty) d.workAvailable.notify_one();
 }
 
 void QXLog::finishWriting() {
@@ -148,14 +166,28 @@ void QXLog::finishWriting() {
 
 void QXLog::appendLog(const QString& message) {
     if (message.isNull()) return;
+    appendLogs({message});
+}
+
+void QXLog::appendLogs(const QStringList& messages) {
     Impl& d = *sharedController().d;
-    const QString trimmed = message.trimmed();
-    const auto length = static_cast<quint64>(trimmed.size());
-    const quint64 pending = d.bytesInQueue.fetch_add(length) + length;
-    QXLogAccess::enqueue(trimmed);
-    if (trimmed.size() >= 1 && trimmed.size() <= kSyncFlushLimit &&
-        pending <= static_cast<quint64>(kSyncFlushLimit))
-        finishWriting();
+    QStringList lines;
+    lines.reserve(messages.size());
+    bool wait = false;
+    quint64 length = 0;
+    for (const QString& message : messages) {
+        if (message.isNull()) continue;
+        lines.append(message.trimmed());
+        const auto size = static_cast<quint64>(lines.last().size());
+        length += size;
+        // Short messages logged while little is pending are on disk on return.
+        wait = wait || (size >= 1 && size <= static_cast<quint64>(kSyncFlushLimit) &&
+                        d.bytesInQueue.load() + length <= static_cast<quint64>(kSyncFlushLimit));
+    }
+    if (lines.isEmpty()) return;
+    d.bytesInQueue.fetch_add(length);
+    QXLogAccess::enqueue(lines);
+    if (wait) finishWriting();
 }
 
 void QXLog::appendLogAndPrint(const QString& message) {
@@ -165,46 +197,58 @@ void QXLog::appendLogAndPrint(const QString& message) {
     QXConsole::print(trimmed);
 }
 
-void QXLogAccess::write(QXLog::Impl& d, const QString& message) {
-    if (d.loggingDisabled.load()) return;
+qsizetype QXLogAccess::write(QXLog::Impl& d, const std::deque<QXLog::Impl::Operation>& batch,
+                             bool* restart) {
+    const auto count = static_cast<qsizetype>(batch.size());
+    qsizetype used = count;
+    const auto dropFromQueue = [&d, &batch](qsizetype n) {
+        quint64 length = 0;
+        for (qsizetype i = 0; i < n; ++i)
+            length += static_cast<quint64>(batch[static_cast<std::size_t>(i)].message.size());
+        d.bytesInQueue.fetch_sub(length);
+    };
+    if (d.loggingDisabled.load()) return count;
     try {
-        bool restart = false;
-        {
-            std::lock_guard lock(d.fileMutex);
-            if (!d.file) {
-                auto file = std::make_unique<QFile>(QXLog::currentLogPath());
-                // An existing file only: before createNewLog there may be nothing to append to.
-                if (!file->open(QIODevice::WriteOnly | QIODevice::Append | QIODevice::ExistingOnly |
-                                QIODevice::Unbuffered)) {
-                    QXConsole::print(
-                        QStringLiteral("Unable to log the following information: %1").arg(message));
+        std::lock_guard lock(d.fileMutex);
+        if (!d.file) {
+            auto file = std::make_unique<QFile>(QXLog::currentLogPath());
+            // An existing file only: before createNewLog there may be nothing to append to.
+            if (!file->open(QIODevice::WriteOnly | QIODevice::Append | QIODevice::ExistingOnly |
+                            QIODevice::Unbuffered)) {
+                for (const auto& op : batch) {
+                    QXConsole::print(QStringLiteral("Unable to log the following information: %1")
+                                         .arg(op.message));
                     QXConsole::print(QStringLiteral("Unable to open log for output"));
-                    d.bytesInQueue.fetch_sub(static_cast<quint64>(message.size()));
-                    return;
                 }
-                d.file = std::move(file);
+                dropFromQueue(count);
+                return count;
             }
-            // Now in UTC: asking for local time makes Qt re-read the time zone on every line;
-            // the description turns it into local time once the C library's way.
-            const QByteArray line = (QXDate::description(QDateTime::currentDateTimeUtc()) +
-                                     QStringLiteral(" - ") + message + u'\n')
-                                        .toUtf8();
-            const qint64 written = d.file->write(line);
-            if (written != line.size()) {
-                const QString reason = d.file->errorString();
-                // Drop the handle: the next line tries the path again.
-                d.file.reset();
-                throw std::runtime_error(reason.toStdString());
-            }
-            restart = d.bytesWritten.fetch_add(static_cast<quint64>(written)) +
-                          static_cast<quint64>(written) >
-                      kRestartAfterBytes;
+            d.file = std::move(file);
         }
-        if (restart) {
-            QXLog::createNewLog(QXLog::sharedController().appName());
-            QXLog::appendLog(QStringLiteral("Log truncated at 500KB"));
+        // Now in UTC: asking for local time makes Qt re-read the time zone on every line;
+        // the description turns it into local time once the C library's way.
+        const QString stamp =
+            QXDate::description(QDateTime::currentDateTimeUtc()) + QStringLiteral(" - ");
+        // Up to the line that takes the file past 500KB: the log restarts after it.
+        QByteArray lines;
+        quint64 total = d.bytesWritten.load();
+        for (used = 0; used < count && total <= kRestartAfterBytes; ++used) {
+            const QByteArray line =
+                (stamp + batch[static_cast<std::size_t>(used)].message + u'\n').toUtf8();
+            lines += line;
+            total += static_cast<quint64>(line.size());
         }
-        d.bytesInQueue.fetch_sub(static_cast<quint64>(message.size()));
+        const qint64 written = d.file->write(lines);
+        if (written != lines.size()) {
+            const QString reason = d.file->errorString();
+            // Drop the handle: the next line tries the path again.
+            d.file.reset();
+            throw std::runtime_error(reason.toStdString());
+        }
+        d.bytesWritten.fetch_add(static_cast<quint64>(written));
+        dropFromQueue(used);
+        *restart = total > kRestartAfterBytes;
+        return used;
     } catch (const std::exception& e) {
         if (!d.loggingDisabled.load())
             QXConsole::print(
@@ -214,6 +258,12 @@ void QXLogAccess::write(QXLog::Impl& d, const QString& message) {
             QXConsole::print(QStringLiteral("Exception writing to log: %1")
                                  .arg(QStringLiteral("unknown exception")));
     }
+    return used; // lost lines stay counted as pending, as their bytes never went out
+}
+
+void QXLogAccess::restartLog() {
+    QXLog::createNewLog(QXLog::sharedController().appName());
+    QXLog::appendLog(QStringLiteral("Log truncated at 500KB"));
 }
 
 bool QXLogAccess::readDisablePreference() {

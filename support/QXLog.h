@@ -15,6 +15,8 @@ public:
     // Queues one message (already formatted; a null string does nothing).
     // Short messages logged while little is pending are on disk on return.
     static void appendLog(const QString& message);
+    // appendLog for each message in order, handed to the writer at once.
+    static void appendLogs(const QStringList& messages);
     // As appendLog, and also prints the message to the console.
     static void appendLogAndPrint(const QString& message);
     // Blocks until every message queued before the call is written. On the writer thread itself

@@ -74,6 +74,9 @@ TEST_F(QXLogTest, newLogHasTheHeaderThenOneTrimmedLinePerMessage) {
     EXPECT_EQ(console.lines(), QStringList{u"missing path /x"_s});
     EXPECT_EQ(bodies(currentLogText()),
               (QStringList{u"first message"_s, QString(), u"missing path /x"_s}));
+    // Several at once: the same lines, in order, and short ones on disk on return.
+    QXLog::appendLogs({u" a "_s, QString(), u"b"_s});
+    EXPECT_EQ(bodies(currentLogText()).mid(3), (QStringList{u"a"_s, u"b"_s}));
 
     // A given name yields to the executable's.
     QXLog::sharedController().setAppName(QString());
