@@ -10,6 +10,7 @@
 #include <QCoreApplication>
 #include <QDir>
 #include <QFileInfo>
+#include <QStringEncoder>
 #include <cstdio>
 
 namespace {
@@ -80,6 +81,16 @@ void appendJsonString(QByteArray& out, const QString& text) {
     out += '"';
 }
 
+// As out += text.toLocal8Bit(), without a byte array per name.
+void appendLocal8Bit(QByteArray& out, const QString& text) {
+    static thread_local QStringEncoder encoder(QStringEncoder::System,
+                                               QStringConverter::Flag::Stateless);
+    const qsizetype at = out.size();
+    out.resize(at + encoder.requiredSpace(text.size()));
+    char* const end = encoder.appendToBuffer(out.data() + at, text);
+    out.resize(end - out.data());
+}
+
 // Writes out what has gathered once it is large (or always, when told to):
 // 100,000 rows go out in a few dozen writes.
 void flushOutput(QByteArray& out, bool always = false) {
@@ -126,10 +137,10 @@ void printTable(const MyDocument& doc, bool fullPaths) {
         const bool conflict = preview && preview->isConflicting();
         if (next != files[i]->fileName()) ++changed;
         if (conflict) ++conflicts;
-        out += olds[i].toLocal8Bit();
+        appendLocal8Bit(out, olds[i]);
         out.append(std::max<qsizetype>(width - olds[i].size(), 0), ' ');
         out += " -> ";
-        out += next.toLocal8Bit();
+        appendLocal8Bit(out, next);
         out += conflict ? "  [conflict]\n" : "\n";
         flushOutput(out);
     }

@@ -283,10 +283,6 @@ void MyDocument::checkForConflicts() {
     // item finds the same pairs as the sort. Different names cannot share a
     // path unless a name holds a "/"; then the sort is done for real.
     const FileList files = fileArray();
-    QList<FileItemPtr> previews;
-    previews.reserve(files.size());
-    for (const FileItemPtr& f : files)
-        previews.append(f->previewObject());
     bool any = false;
     auto flag = [&any](const FileItemPtr& a, const FileItemPtr& b) {
         a->setIsConflicting(true);
@@ -294,21 +290,20 @@ void MyDocument::checkForConflicts() {
         any = true;
     };
 
-    QHash<QString, qsizetype> lastWithName;
+    QHash<QString, qsizetype> lastWithName; // position + 1 of the last item with the name
     lastWithName.reserve(files.size());
     bool slashInName = false;
-    for (qsizetype i = 0; i < previews.size() && !slashInName; ++i) {
-        if (!previews[i]) continue;
-        const QString name = previews[i]->fileName();
+    for (qsizetype i = 0; i < files.size() && !slashInName; ++i) {
+        const FileItemPtr preview = files[i]->previewObject();
+        if (!preview) continue;
+        const QString name = preview->fileName();
         slashInName = name.contains(u'/');
-        auto it = lastWithName.find(name);
-        if (it == lastWithName.end()) {
-            lastWithName.insert(name, i);
-            continue;
+        qsizetype& last = lastWithName[name]; // one look-up, whether the name is new or not
+        if (last > 0) {
+            const FileItemPtr other = files[last - 1]->previewObject();
+            if (other && other->containerDir() == preview->containerDir()) flag(other, preview);
         }
-        if (previews[it.value()]->containerDir() == previews[i]->containerDir())
-            flag(previews[it.value()], previews[i]);
-        it.value() = i;
+        last = i + 1;
     }
     if (slashInName) {
         const FileList sorted = sortFilesByPreviewFilename();
