@@ -69,9 +69,9 @@ qint64 FrameValue::toSigned(const QVariant& v) {
 }
 
 QString FrameValue::toText(const QVariant& v) {
-    if (isUnsignedInt(v)) return QString::number(v.toULongLong());
-    if (isSignedInt(v)) return QString::number(v.toLongLong());
-    return v.toString();
+    QString text;
+    appendPadded(text, v, 0);
+    return text;
 }
 
 void FrameValue::appendPadded(QString& out, const QVariant& v, qsizetype width) {
