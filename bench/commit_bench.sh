@@ -3,14 +3,14 @@
 # commit, journal on) against a plain C++ loop of lstat + rename(2) over the
 # same files, in the same run, on the disk and on tmpfs.
 #   bench/commit_bench.sh BUILD_DIR
-# Environment: COMMIT_BENCH_FILES (100000), COMMIT_BENCH_RUNS (3),
+# Environment: COMMIT_BENCH_FILES (100000), COMMIT_BENCH_RUNS (5: this machine is shared and noisy),
 # COMMIT_BENCH_DISK (a folder on the disk; default BUILD_DIR), COMMIT_BENCH_TMPFS (/dev/shm).
 set -euo pipefail
 build=$(cd "${1:-build-bench}" && pwd)
 cli=$build/seqmate-cli
 loop=$build/bench/rename_loop
 files=${COMMIT_BENCH_FILES:-100000}
-runs=${COMMIT_BENCH_RUNS:-3}
+runs=${COMMIT_BENCH_RUNS:-5}
 places=("${COMMIT_BENCH_DISK:-$build}" "${COMMIT_BENCH_TMPFS:-/dev/shm}")
 [ -x "$cli" ] && [ -x "$loop" ] || { echo "commit_bench: build seqmate-cli and rename_loop first" >&2; exit 2; }
 
