@@ -74,21 +74,34 @@ QString FrameValue::toText(const QVariant& v) {
     return text;
 }
 
+namespace {
+// The decimal digits (and sign) of an integer value; 0 for any other value.
+qsizetype integerDigits(const QVariant& v, char (&digits)[24]) {
+    if (isUnsignedInt(v))
+        return std::to_chars(digits, digits + sizeof digits, v.toULongLong()).ptr - digits;
+    if (isSignedInt(v))
+        return std::to_chars(digits, digits + sizeof digits, v.toLongLong()).ptr - digits;
+    return 0;
+}
+} // namespace
+
 void FrameValue::appendPadded(QString& out, const QVariant& v, qsizetype width) {
-    const bool isUnsigned = isUnsignedInt(v);
-    if (!isUnsigned && !isSignedInt(v)) {
+    char digits[24];
+    const qsizetype n = integerDigits(v, digits);
+    if (n == 0) {
         const QString s = v.toString();
         if (width > s.size()) out.resize(out.size() + width - s.size(), u'0');
         out += s;
         return;
     }
-    char digits[24];
-    const std::to_chars_result r =
-        isUnsigned ? std::to_chars(digits, digits + sizeof digits, v.toULongLong())
-                   : std::to_chars(digits, digits + sizeof digits, v.toLongLong());
-    const qsizetype n = r.ptr - digits;
     if (width > n) out.resize(out.size() + width - n, u'0');
     out += QLatin1StringView(digits, n);
+}
+
+qsizetype FrameValue::paddedLength(const QVariant& v, qsizetype width) {
+    char digits[24];
+    const qsizetype n = integerDigits(v, digits);
+    return qMax(width, n != 0 ? n : v.toString().size());
 }
 
 int FrameValue::compare(const QVariant& a, const QVariant& b) {

@@ -52,6 +52,8 @@ QString toText(const QVariant& v);
 // Appends that text with zeros in front up to `width` characters (a sign
 // counts as one), without a string of its own for integer values.
 void appendPadded(QString& out, const QVariant& v, qsizetype width);
+// How many characters appendPadded would append.
+qsizetype paddedLength(const QVariant& v, qsizetype width);
 // Three-way numeric comparison of two integer values (-1, 0, 1).
 int compare(const QVariant& a, const QVariant& b);
 } // namespace FrameValue

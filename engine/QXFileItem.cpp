@@ -194,8 +194,19 @@ static QString padded(const QVariant& frame, quint32 padding) {
 
 QString QXFileItem::buildName(const ComponentList& list, quint32 padding) {
     const QVariant frame = firstFrameNumber(list);
+    // Sized up front: every item keeps its name, and growing by appending
+    // would leave most of each buffer unused.
+    qsizetype length = 0;
+    for (const auto& c : list) {
+        if (c.value.typeId() == QMetaType::QString)
+            length += static_cast<const QString*>(c.value.constData())->size();
+        else if (c.kind == ComponentKind::FrameNumber && c.holdsNumber())
+            length += FrameValue::paddedLength(frame, padding);
+        else
+            length += 24; // other numbers and dates: rare; a guess is enough
+    }
     QString out;
-    out.reserve(64);
+    out.reserve(length);
     for (const auto& c : list) {
         if (c.value.typeId() == QMetaType::QString) { // most components: text as it stands
             out += *static_cast<const QString*>(c.value.constData());

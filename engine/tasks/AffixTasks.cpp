@@ -52,8 +52,13 @@ bool MyDocument::processAddPrefix(const QVariantMap& s, const FileList& files) {
     return runTaskContract(
         "-[MyDocument processAddPrefix:files:]", s, files,
         [&prefix](QXFileItem& t) {
-            ComponentList list = t.components();
-            list.prepend(NameComponent::filename(prefix));
+            // A new list of the exact size: prepending to the parsed one
+            // would reallocate it with room to spare, kept by every item.
+            const ComponentList old = t.components();
+            ComponentList list;
+            list.reserve(old.size() + 1);
+            list.append(NameComponent::filename(prefix));
+            list.append(old);
             t.setComponents(list);
         },
         false, EditScope::Item);
