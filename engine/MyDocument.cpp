@@ -106,7 +106,7 @@ void MyDocument::rebuildIndexLocked() const {
             present = seen.contains(path);
             seen.insert(path);
         }
-        m_index->insert(path, i, present);
+        m_index->insert(FileIndex::hashOf(path), i, present);
     }
 }
 
@@ -123,13 +123,14 @@ void MyDocument::setFileArray(const FileList& files) {
 
 void MyDocument::appendItemLocked(FileItemPtr item) {
     const QString path = item->fullPath();
+    const quint64 key = FileIndex::hashOf(path);
     bool present = false;
     FileIndex& index = indexLocked();
-    index.forEachCandidate(path, [&](int pos) {
+    index.forEachCandidate(key, [&](int pos) {
         present = m_files[pos]->fullPath() == path;
         return present;
     });
-    index.insert(path, static_cast<int>(m_files.size()), present);
+    index.insert(key, static_cast<int>(m_files.size()), present);
     m_files.append(std::move(item));
 }
 
@@ -142,7 +143,7 @@ FileItemPtr MyDocument::fileInQueue(const QString& path) const {
         return nullptr;
     }
     FileItemPtr found;
-    index.forEachCandidate(path, [&](int pos) {
+    index.forEachCandidate(FileIndex::hashOf(path), [&](int pos) {
         if (pos < m_files.size() && m_files[pos]->fullPath() == path) found = m_files[pos];
         return found != nullptr;
     });
@@ -155,8 +156,9 @@ void MyDocument::noteItemPathChanged(const QXFileItem* item, const QString& oldF
     if (m_indexStale) return; // the rebuild reads the new path
     if (position < 0 || position >= m_files.size() || m_files[position].get() != item)
         position = -1;
+    const quint64 oldKey = FileIndex::hashOf(oldFullPath);
     if (position < 0)
-        m_index->forEachCandidate(oldFullPath, [&](int pos) {
+        m_index->forEachCandidate(oldKey, [&](int pos) {
             if (pos < m_files.size() && m_files[pos].get() == item) position = pos;
             return position >= 0;
         });
@@ -164,15 +166,16 @@ void MyDocument::noteItemPathChanged(const QXFileItem* item, const QString& oldF
         rebuildIndexLocked();
         return;
     }
-    m_index->erase(oldFullPath, position);
+    m_index->erase(oldKey, position);
     const QString path = item->fullPath();
+    const quint64 key = FileIndex::hashOf(path);
     bool present = false, indexed = false;
-    m_index->forEachCandidate(path, [&](int pos) {
+    m_index->forEachCandidate(key, [&](int pos) {
         indexed = pos == position; // a rebuild since the rename already has it
         present = !indexed && m_files[pos]->fullPath() == path;
         return present || indexed;
     });
-    if (!indexed) m_index->insert(path, position, present);
+    if (!indexed) m_index->insert(key, position, present);
 }
 
 namespace {
@@ -246,7 +249,7 @@ void MyDocument::addPathLocked(const QString& path, bool verifyUnique, bool pres
     // A single file, a folder kept whole, or a path that does not exist.
     (void)verifyUnique;
     bool present = false;
-    indexLocked().forEachCandidate(path, [&](int pos) {
+    indexLocked().forEachCandidate(FileIndex::hashOf(path), [&](int pos) {
         present = m_files[pos]->fullPath() == path;
         return present;
     });
@@ -317,14 +320,15 @@ void FolderWalker::appendRun(const QString& folder, const QList<DirEntry>& entri
         const QString& name = entries[i].name;
         if (name.startsWith(u'.')) continue;
         const QString full = prefix + u'/' + name;
+        const quint64 key = FileIndex::hashOf(full);
         bool present = false;
-        index.forEachCandidate(full, [&](int pos) {
+        index.forEachCandidate(key, [&](int pos) {
             present = m_doc.m_files[pos]->fullPath() == full;
             return present;
         });
         if (present) continue;
         FileItemPtr item = QXFileItem::fileItemInFolder(prefix, name);
-        index.insert(full, static_cast<int>(m_doc.m_files.size()), false);
+        index.insert(key, static_cast<int>(m_doc.m_files.size()), false);
         m_doc.m_files.append(std::move(item));
     }
 }

@@ -1,4 +1,5 @@
 #include "MyDocument.h"
+#include "FileIndex.h"
 #include "QXLocalPaths.h"
 #include "QXLog.h"
 #include "RecordingView.h"
@@ -7,6 +8,7 @@
 #include <QDir>
 #include <QFile>
 #include <QSettings>
+#include <algorithm>
 #include <gtest/gtest.h>
 #include <unistd.h>
 
@@ -93,6 +95,42 @@ TEST(MyDocumentList, DuplicatesAreRefusedByEveryRoute) {
     EXPECT_EQ(doc.fileCount(), 2);
     EXPECT_EQ(doc.fileInQueue(a)->fullPath(), a);
     EXPECT_FALSE(doc.fileInQueue(t(u"d/A.txt"_s))); // case-sensitive
+}
+
+// Batch files may hold one path twice, and a commit re-keys renamed items:
+// every position under a hash must stay findable whichever of them goes first.
+TEST(MyDocumentList, IndexKeepsEveryPositionUnderOneHashThroughErasures) {
+    FileIndex index;
+    const quint64 twice = FileIndex::hashOf(u"/a/b"_s), once = FileIndex::hashOf(u"/a/c"_s);
+    index.insert(twice, 0, false);
+    index.insert(once, 1, false);
+    index.insert(twice, 2, true);
+    index.insert(twice, 3, true);
+    auto candidates = [&](quint64 key) {
+        QList<int> out;
+        index.forEachCandidate(key, [&](int pos) {
+            out.append(pos);
+            return false;
+        });
+        std::sort(out.begin(), out.end());
+        return out;
+    };
+    EXPECT_TRUE(index.hasDuplicates());
+    EXPECT_EQ(candidates(twice), (QList<int>{0, 2, 3}));
+    int visited = 0;
+    index.forEachCandidate(twice, [&](int) { return ++visited == 1; });
+    EXPECT_EQ(visited, 1); // the first accepted candidate ends the search
+
+    index.erase(twice, 0);
+    EXPECT_EQ(candidates(twice), (QList<int>{2, 3}));
+    index.erase(twice, 3);
+    index.erase(twice, 7); // not there: nothing changes
+    EXPECT_EQ(candidates(twice), QList<int>{2});
+    index.erase(twice, 2);
+    EXPECT_TRUE(candidates(twice).isEmpty());
+    EXPECT_EQ(candidates(once), QList<int>{1});
+    index.insert(twice, 4, false);
+    EXPECT_EQ(candidates(twice), QList<int>{4});
 }
 
 TEST(MyDocumentList, MissingPathsBecomeItemsAndBadFoldersAddNothing) {
