@@ -288,10 +288,13 @@ qsizetype CommitRunner::executeRun(QList<Job>& run) {
     }
     j.flush();
 
-    // One step: made, and marked in the journal.
-    const auto step = [&j](qint64 n, const QString& from, const QString& to,
-                           const QByteArray& nativeFrom, const QByteArray& nativeTo, int* code) {
-        QString error = FileMover::move(from, to, nativeFrom, nativeTo, code);
+    // One step: made, and marked in the journal. The folder is held for this
+    // run only: between runs the commit's thread may move folders itself.
+    FileMover::Folder folder;
+    const auto step = [&j, &folder](qint64 n, const QString& from, const QString& to,
+                                    const QByteArray& nativeFrom, const QByteArray& nativeTo,
+                                    int* code) {
+        QString error = FileMover::move(from, to, nativeFrom, nativeTo, code, &folder);
         if (error.isEmpty())
             j.done(n);
         else

@@ -11,6 +11,7 @@
 #include <fcntl.h>
 #include <linux/fs.h>
 #include <memory>
+#include <optional>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <system_error>
@@ -71,16 +72,40 @@ int fallbackMove(const char* from, const char* to) {
     return ::rename(from, to) == 0 ? 0 : errno;
 }
 
-int moveNoReplace(const char* from, const char* to) {
-    if (!forceFallback.load(std::memory_order_relaxed) &&
-        !kernelLacksRenameat2.load(std::memory_order_relaxed)) {
-        if (::syscall(SYS_renameat2, AT_FDCWD, from, AT_FDCWD, to, RENAME_NOREPLACE) == 0) return 0;
-        const int e = errno;
-        if (e == ENOSYS)
-            kernelLacksRenameat2.store(true);
-        else if (e != EINVAL)
-            return e;
-        // EINVAL is also a folder moved into itself; the fallback answers that too.
+bool renameat2Usable() {
+    return !forceFallback.load(std::memory_order_relaxed) &&
+           !kernelLacksRenameat2.load(std::memory_order_relaxed);
+}
+
+// The result of a renameat2 call: 0, the error to report, or -1 when the
+// fallback must answer (no renameat2, or a file system without the flag;
+// EINVAL is also a folder moved into itself, which the fallback answers too).
+int renameNoReplaceAt(int fromDir, const char* from, int toDir, const char* to) {
+    if (::syscall(SYS_renameat2, fromDir, from, toDir, to, RENAME_NOREPLACE) == 0) return 0;
+    const int e = errno;
+    if (e == ENOSYS) kernelLacksRenameat2.store(true);
+    return e == ENOSYS || e == EINVAL ? -1 : e;
+}
+
+// A path as its folder and the name in it ("/a/b": "/a" and "b"; "/b": "/" and "b").
+struct Entry {
+    QByteArrayView folder;
+    const char* name = nullptr;
+};
+std::optional<Entry> entryOf(const char* path) {
+    const QByteArrayView view(path);
+    const qsizetype slash = view.lastIndexOf('/');
+    if (slash < 0 || slash + 1 == view.size()) return std::nullopt;
+    return Entry{slash == 0 ? view.first(1) : view.first(slash), path + slash + 1};
+}
+
+// dir: an open folder holding both names (the leaves of from and to), or -1.
+int moveNoReplace(const char* from, const char* to, int dir = -1, const char* fromName = nullptr,
+                  const char* toName = nullptr) {
+    if (renameat2Usable()) {
+        const int r = dir >= 0 ? renameNoReplaceAt(dir, fromName, dir, toName)
+                               : renameNoReplaceAt(AT_FDCWD, from, AT_FDCWD, to);
+        if (r >= 0) return r;
     }
     return fallbackMove(from, to);
 }
@@ -146,14 +171,40 @@ QString FileMover::move(const QString& from, const QString& to, int* errorCode) 
 }
 
 QString FileMover::move(const QString& from, const QString& to, const QByteArray& nativeFrom,
-                        const QByteArray& nativeTo, int* errorCode) {
+                        const QByteArray& nativeTo, int* errorCode, Folder* folder) {
     quint64 number = 0;
     int e = before(Op::Move, from, to, &number);
-    if (e == 0) e = moveNoReplace(nativeFrom.constData(), nativeTo.constData());
+    if (e == 0) {
+        const char* nativeFromText = nativeFrom.constData();
+        const char* nativeToText = nativeTo.constData();
+        const auto a = entryOf(nativeFromText), b = entryOf(nativeToText);
+        const bool oneFolder = a && b && a->folder == b->folder;
+        // A move between folders may move the held one or a folder above it;
+        // a folder that cannot be opened is left to the full paths, which say why.
+        if (folder && !oneFolder) folder->close();
+        const int dir = folder && oneFolder && renameat2Usable() ? folder->open(a->folder) : -1;
+        e = dir >= 0 ? moveNoReplace(nativeFromText, nativeToText, dir, a->name, b->name)
+                     : moveNoReplace(nativeFromText, nativeToText);
+    }
     if (errorCode) *errorCode = e;
     if (e != 0) return errorText(e);
     after(Op::Move, from, to, number);
     return QString();
+}
+
+int FileMover::Folder::open(QByteArrayView path) {
+    if (m_fd >= 0 && m_path == path) return m_fd;
+    close();
+    m_path = path.toByteArray(); // for its terminating zero
+    m_fd = ::open(m_path.constData(), O_PATH | O_DIRECTORY | O_CLOEXEC);
+    if (m_fd < 0) m_path.clear();
+    return m_fd;
+}
+
+void FileMover::Folder::close() {
+    if (m_fd >= 0) ::close(m_fd);
+    m_fd = -1;
+    m_path.clear();
 }
 
 QString FileMover::moveToTrash(const QString& path, QString* pathInTrash) {

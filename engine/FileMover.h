@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QByteArray>
 #include <QString>
 #include <functional>
 
@@ -33,12 +34,35 @@ public:
     // Test seam: take the fallback path as if renameat2 were unsupported.
     static void setForceFallbackForTesting(bool force);
 
+    // The folder of the last move made through it, held open: a move within
+    // that folder then names only the two entries, where full paths make the
+    // system walk every folder above them for both names. For one thread and a
+    // short run of moves (it closes on destruction): it acts on the folder it
+    // opened, so it must not outlive changes to the folders above it.
+    class Folder {
+    public:
+        Folder() = default;
+        ~Folder() { close(); }
+        Folder(const Folder&) = delete;
+        Folder& operator=(const Folder&) = delete;
+
+    private:
+        friend class FileMover;
+        int open(QByteArrayView path); // the descriptor, or -1
+        void close();
+        QByteArray m_path;
+        int m_fd = -1;
+    };
+
     // Renames from to to (one volume). Never overwrites. errorCode, when
     // given, receives the errno value (0 on success).
     static QString move(const QString& from, const QString& to, int* errorCode = nullptr);
-    // The same, with both paths already in the system's encoding (QFile::encodeName).
+    // The same, with both paths already in the system's encoding
+    // (QFile::encodeName); a move within one folder goes through `folder`
+    // when one is given.
     static QString move(const QString& from, const QString& to, const QByteArray& nativeFrom,
-                        const QByteArray& nativeTo, int* errorCode = nullptr);
+                        const QByteArray& nativeTo, int* errorCode = nullptr,
+                        Folder* folder = nullptr);
     // Moves a file or folder to the user's trash; the path it got there.
     static QString moveToTrash(const QString& path, QString* pathInTrash);
     // Creates a folder and any missing parents.

@@ -68,6 +68,32 @@ INSTANTIATE_TEST_SUITE_P(Paths, FileMoverTest, ::testing::Values(false, true),
                              return std::string(i.param ? "Fallback" : "Renameat2");
                          });
 
+// A held folder spares the path walks, but each move must still mean its
+// paths: once the folder (or one above it) has moved, its old path is gone.
+TEST_P(FileMoverTest, AHeldFolderNeverOutlivesItsPath) {
+    tree.file(u"a/f"_s, "F");
+    tree.file(u"a/h"_s, "H");
+    tree.dir(u"c"_s);
+    FileMover::Folder folder;
+    auto move = [&](const QString& from, const QString& to) {
+        return FileMover::move(tree(from), tree(to), QFile::encodeName(tree(from)),
+                               QFile::encodeName(tree(to)), nullptr, &folder);
+    };
+    const QString missing = u"No such file or directory"_s;
+    EXPECT_EQ(move(u"a/f"_s, u"a/g"_s), QString());
+    EXPECT_EQ(move(u"a"_s, u"c/a"_s), QString()); // between folders
+    EXPECT_EQ(move(u"a/h"_s, u"a/i"_s), missing);
+    EXPECT_EQ(move(u"c/a/h"_s, u"c/a/j"_s), QString());
+    EXPECT_EQ(move(u"c/a"_s, u"c/b"_s), QString()); // within the folder above
+    EXPECT_EQ(move(u"c/a/j"_s, u"c/a/k"_s), missing);
+    EXPECT_EQ(move(u"c/b/j"_s, u"c/b/g"_s), u"File exists"_s);
+    EXPECT_EQ(move(u"c/b/j"_s, u"c/b/k"_s), QString());
+    EXPECT_EQ(tree.list(), QStringList{u"c"_s});
+    EXPECT_EQ(tree.list(u"c/b"_s), (QStringList{u"g"_s, u"k"_s}));
+    EXPECT_EQ(tree.read(u"c/b/g"_s), "F");
+    EXPECT_EQ(tree.read(u"c/b/k"_s), "H");
+}
+
 TEST(FileMoverHookTest, FailsTheChosenOperationAndCountsFromOne) {
     TempTree tree;
     tree.file(u"a"_s);
