@@ -92,11 +92,11 @@ struct Entry {
     QByteArrayView folder;
     const char* name = nullptr;
 };
-std::optional<Entry> entryOf(const char* path) {
+std::optional<Entry> entryOf(const QByteArray& path) {
     const QByteArrayView view(path);
     const qsizetype slash = view.lastIndexOf('/');
     if (slash < 0 || slash + 1 == view.size()) return std::nullopt;
-    return Entry{slash == 0 ? view.first(1) : view.first(slash), path + slash + 1};
+    return Entry{slash == 0 ? view.first(1) : view.first(slash), path.constData() + slash + 1};
 }
 
 // dir: an open folder holding both names (the leaves of from and to), or -1.
@@ -177,7 +177,7 @@ QString FileMover::move(const QString& from, const QString& to, const QByteArray
     if (e == 0) {
         const char* nativeFromText = nativeFrom.constData();
         const char* nativeToText = nativeTo.constData();
-        const auto a = entryOf(nativeFromText), b = entryOf(nativeToText);
+        const auto a = entryOf(nativeFrom), b = entryOf(nativeTo);
         const bool oneFolder = a && b && a->folder == b->folder;
         // A move between folders may move the held one or a folder above it;
         // a folder that cannot be opened is left to the full paths, which say why.
