@@ -22,9 +22,11 @@ int entries(const QString& folder) {
 const QString fds = u"/proc/self/fd"_s, threads = u"/proc/self/task"_s;
 
 // A joined thread can stay listed for a moment: the kernel wakes the joiner
-// before it takes the thread out of /proc. So the count is given time to settle.
-bool threadsSettleAt(int count) {
-    return waitFor([count] { return entries(threads) == count; });
+// before it takes the thread out of /proc. So a count may be one too high,
+// the one taken before as well as the one after, and the check is that the
+// count comes down to at most the earlier one: a leaked thread never does.
+bool threadsSettleAtMost(int count) {
+    return waitFor([count] { return entries(threads) <= count; });
 }
 
 using QXTaskTest = SupportTest;
@@ -191,7 +193,7 @@ TEST_F(QXTaskTest, aBackgroundRunEndsWithoutACallbackWhenTerminatedFromItOrWithI
     EXPECT_LT(clock.elapsed(), 5000);
     EXPECT_FALSE(child->isRunning());
     EXPECT_EQ(::kill(child->processIdentifier(), 0), -1); // reaped, not a zombie
-    EXPECT_TRUE(threadsSettleAt(threadsBefore)) << entries(threads) << " threads";
+    EXPECT_TRUE(threadsSettleAtMost(threadsBefore)) << entries(threads) << " threads";
 }
 
 TEST_F(QXTaskTest, aThousandTasksLeaveNoDescriptorsZombiesOrThreads) {
@@ -210,7 +212,7 @@ TEST_F(QXTaskTest, aThousandTasksLeaveNoDescriptorsZombiesOrThreads) {
     for (int i = 0; i < 1000; ++i)
         forms[pick[i % 10]]();
     EXPECT_EQ(entries(fds), fdsBefore);
-    EXPECT_TRUE(threadsSettleAt(threadsBefore)) << entries(threads) << " threads";
+    EXPECT_TRUE(threadsSettleAtMost(threadsBefore)) << entries(threads) << " threads";
     EXPECT_EQ(::waitpid(-1, nullptr, WNOHANG), -1); // no child of ours is left to reap
     EXPECT_EQ(errno, ECHILD);
 }
