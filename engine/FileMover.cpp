@@ -8,6 +8,7 @@
 
 #include <atomic>
 #include <cerrno>
+#include <cstring>
 #include <fcntl.h>
 #include <linux/fs.h>
 #include <memory>
@@ -93,10 +94,11 @@ struct Entry {
     const char* name = nullptr;
 };
 std::optional<Entry> entryOf(const QByteArray& path) {
-    const QByteArrayView view(path);
-    const qsizetype slash = view.lastIndexOf('/');
-    if (slash < 0 || slash + 1 == view.size()) return std::nullopt;
-    return Entry{slash == 0 ? view.first(1) : view.first(slash), path.constData() + slash + 1};
+    const char* const text = path.constData();
+    const auto* found = static_cast<const char*>(::memrchr(text, '/', size_t(path.size())));
+    if (!found || found + 1 == text + path.size()) return std::nullopt;
+    const qsizetype slash = found - text;
+    return Entry{QByteArrayView(text, slash == 0 ? 1 : slash), found + 1};
 }
 
 // dir: an open folder holding both names (the leaves of from and to), or -1.
