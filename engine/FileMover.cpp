@@ -102,8 +102,8 @@ std::optional<Entry> entryOf(const QByteArray& path) {
 }
 
 // dir: an open folder holding both names (the leaves of from and to), or -1.
-int moveNoReplace(const char* from, const char* to, int dir = -1, const char* fromName = nullptr,
-                  const char* toName = nullptr) {
+int moveNoReplace(const char* from, const char* to, int dir, const char* fromName,
+                  const char* toName) {
     if (renameat2Usable()) {
         const int r = dir >= 0 ? renameNoReplaceAt(dir, fromName, dir, toName)
                                : renameNoReplaceAt(AT_FDCWD, from, AT_FDCWD, to);
@@ -177,16 +177,21 @@ QString FileMover::move(const QString& from, const QString& to, const QByteArray
     quint64 number = 0;
     int e = before(Op::Move, from, to, &number);
     if (e == 0) {
-        const char* nativeFromText = nativeFrom.constData();
-        const char* nativeToText = nativeTo.constData();
-        const auto a = entryOf(nativeFrom), b = entryOf(nativeTo);
-        const bool oneFolder = a && b && a->folder == b->folder;
-        // A move between folders may move the held one or a folder above it;
-        // a folder that cannot be opened is left to the full paths, which say why.
-        if (folder && !oneFolder) folder->close();
-        const int dir = folder && oneFolder && renameat2Usable() ? folder->open(a->folder) : -1;
-        e = dir >= 0 ? moveNoReplace(nativeFromText, nativeToText, dir, a->name, b->name)
-                     : moveNoReplace(nativeFromText, nativeToText);
+        int dir = -1;
+        const char *fromName = nullptr, *toName = nullptr;
+        if (folder) {
+            const auto a = entryOf(nativeFrom), b = entryOf(nativeTo);
+            // A move between folders may move the held one or a folder above it;
+            // a folder that cannot be opened is left to the full paths, which say why.
+            if (!a || !b || a->folder != b->folder) {
+                folder->close();
+            } else if (renameat2Usable()) {
+                dir = folder->open(a->folder);
+                fromName = a->name;
+                toName = b->name;
+            }
+        }
+        e = moveNoReplace(nativeFrom.constData(), nativeTo.constData(), dir, fromName, toName);
     }
     if (errorCode) *errorCode = e;
     if (e != 0) return errorText(e);
