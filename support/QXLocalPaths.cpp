@@ -31,9 +31,11 @@
 #include <QDir>
 #include <QFileInfo>
 #include <QMutex>
+#include <QRandomGenerator>
 #include <QStandardPaths>
 #include <QUuid>
 
+#include <array>
 #include <atomic>
 #include <pwd.h>
 #include <unistd.h>
@@ -332,7 +334,17 @@ QString QXLocalPaths::tempDirectory() {
 }
 
 QString QXLocalPaths::uuid() {
-    return QUuid::createUuid().toString(QUuid::WithoutBraces).toUpper();
+    // A random (version 4) UUID from the process's securely seeded generator:
+    // the system source reads the hardware generator per word, which is slow
+    // under virtual machines, and a commit asks for one per case-only rename.
+    // Hex digits need no Unicode case mapping either.
+    std::array<quint32, 4> words;
+    QRandomGenerator::global()->fillRange(words.data(), static_cast<qsizetype>(words.size()));
+    QByteArray bytes(reinterpret_cast<const char*>(words.data()), sizeof words);
+    bytes[6] = static_cast<char>((bytes[6] & 0x0F) | 0x40); // version 4
+    bytes[8] = static_cast<char>((bytes[8] & 0x3F) | 0x80); // RFC 4122 variant
+    return QString::fromLatin1(
+        QUuid::fromRfc4122(bytes).toByteArray(QUuid::WithoutBraces).toUpper());
 }
 
 QString QXLocalPaths::tempFile() {

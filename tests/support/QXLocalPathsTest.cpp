@@ -141,7 +141,9 @@ TEST_F(QXLocalPathsTest, timeMachineVolumesUuidsAndTempFiles) {
         EXPECT_EQ(QXLocalPaths::isPathOnTimeMachineVolume(path), onBackup) << qPrintable(path);
 
     const QString id = QXLocalPaths::uuid();
-    EXPECT_TRUE(matches(u"[0-9A-F]{8}(-[0-9A-F]{4}){3}-[0-9A-F]{12}"_s, id)) << qPrintable(id);
+    EXPECT_TRUE(
+        matches(u"[0-9A-F]{8}-[0-9A-F]{4}-4[0-9A-F]{3}-[89AB][0-9A-F]{3}-[0-9A-F]{12}"_s, id))
+        << qPrintable(id);
     EXPECT_NE(QXLocalPaths::uuid(), id);
     const QString temp = QXLocalPaths::tempFile();
     EXPECT_TRUE(temp.startsWith(QDir::tempPath() + u'/'));
