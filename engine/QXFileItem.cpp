@@ -151,8 +151,13 @@ ComponentList QXFileItem::parseName(const QString& name, quint32* padding) {
     const QStringView base =
         ext.isEmpty() ? QStringView(last) : QStringView(last).left(last.size() - ext.size() - 1);
 
+    // Sized exactly: previews keep their lists, and most names have fewer
+    // components than a round guess would hold.
+    qsizetype separators = 0;
+    for (const QChar c : base)
+        separators += isSeparator(c) ? 1 : 0;
     ComponentList list;
-    list.reserve(8);
+    list.reserve(2 * separators + 1 + (ext.isEmpty() ? 0 : 2));
     qsizetype start = 0;
     for (qsizetype i = 0; i < base.size(); ++i) {
         const QChar c = base[i];
