@@ -1,6 +1,7 @@
 // seqmate-cli: the rename engine without the desktop window, for pipelines.
 #include "CliOptions.h"
 #include "CommitCommands.h"
+#include "InTwoHalves.h"
 #include "MyDocument.h"
 #include "QXLocalPaths.h"
 #include "QXLog.h"
@@ -121,32 +122,51 @@ void printJson(const MyDocument& doc) {
     flushOutput(out, true);
 }
 
+// The rows are gathered and formatted in two halves on two threads: at
+// 100,000 names the table is a visible part of an apply's time, while the
+// second core waits. The first half goes out as it is formatted, the second
+// once it is done.
 void printTable(const MyDocument& doc, bool fullPaths) {
+    constexpr qsizetype kTwoThreadRows = 4096;
     const FileList files = doc.fileArray();
-    qsizetype width = 0;
-    QStringList olds;
-    for (const FileItemPtr& item : files) {
-        olds.append(fullPaths ? item->displayName() : item->fileName());
-        width = std::max(width, olds.last().size());
-    }
-    int changed = 0, conflicts = 0;
-    QByteArray out;
-    for (qsizetype i = 0; i < files.size(); ++i) {
-        const FileItemPtr preview = files[i]->previewObject();
-        const QString next = preview ? preview->fileName() : files[i]->fileName();
-        const bool conflict = preview && preview->isConflicting();
-        if (next != files[i]->fileName()) ++changed;
-        if (conflict) ++conflicts;
-        appendLocal8Bit(out, olds[i]);
-        out.append(std::max<qsizetype>(width - olds[i].size(), 0), ' ');
-        out += " -> ";
-        appendLocal8Bit(out, next);
-        out += conflict ? "  [conflict]\n" : "\n";
-        flushOutput(out);
-    }
-    flushOutput(out, true);
-    std::printf("%lld file(s), %d to rename, %d conflict(s)\n",
-                static_cast<long long>(files.size()), changed, conflicts);
+    const qsizetype count = files.size();
+    QStringList olds(count), nexts(count);
+    QList<bool> conflict(count);
+    struct Tally {
+        qsizetype width = 0;
+        int changed = 0, conflicts = 0;
+    } halves[2];
+    inTwoHalves(count, kTwoThreadRows, [&](qsizetype from, qsizetype to) {
+        Tally& tally = halves[from == 0 ? 0 : 1];
+        for (qsizetype i = from; i < to; ++i) {
+            const FileItemPtr preview = files[i]->previewObject();
+            const QString old = files[i]->fileName();
+            olds[i] = fullPaths ? files[i]->displayName() : old;
+            nexts[i] = preview ? preview->fileName() : old;
+            conflict[i] = preview && preview->isConflicting();
+            tally.width = std::max(tally.width, olds[i].size());
+            if (nexts[i] != old) ++tally.changed;
+            if (conflict[i]) ++tally.conflicts;
+        }
+    });
+    const qsizetype width = std::max(halves[0].width, halves[1].width);
+    QByteArray second;
+    inTwoHalves(count, kTwoThreadRows, [&](qsizetype from, qsizetype to) {
+        QByteArray local;
+        QByteArray& out = from == 0 ? local : second;
+        for (qsizetype i = from; i < to; ++i) {
+            appendLocal8Bit(out, olds[i]);
+            out.append(std::max<qsizetype>(width - olds[i].size(), 0), ' ');
+            out += " -> ";
+            appendLocal8Bit(out, nexts[i]);
+            out += conflict[i] ? "  [conflict]\n" : "\n";
+            if (from == 0) flushOutput(out);
+        }
+        if (from == 0) flushOutput(out, true);
+    });
+    flushOutput(second, true);
+    std::printf("%lld file(s), %d to rename, %d conflict(s)\n", static_cast<long long>(count),
+                halves[0].changed + halves[1].changed, halves[0].conflicts + halves[1].conflicts);
 }
 } // namespace
 

@@ -1,11 +1,13 @@
 #include "MyDocument.h"
 
+#include "InTwoHalves.h"
 #include "PreviewPipeline.h"
 #include "QXException.h"
 #include "QXLog.h"
 
-#include <exception>
-#include <thread>
+#include <atomic>
+#include <limits>
+#include <vector>
 
 // The task table: tag -> preview entry point, commit entry point, settings.
 namespace {
@@ -205,33 +207,8 @@ FileItemPtr MyDocument::taskTarget(const FileItemPtr& item, bool preview) {
 }
 
 namespace {
-// The commit's edits of per-item tasks: the second half of the list on a
-// thread of its own. The first exception (in list order) is thrown again.
-void editInTwo(const FileList& files, const std::function<void(QXFileItem&)>& edit) {
-    const qsizetype half = files.size() / 2;
-    std::exception_ptr second;
-    std::thread other([&] {
-        try {
-            for (qsizetype i = half; i < files.size(); ++i)
-                edit(*files[i]);
-        } catch (...) {
-            second = std::current_exception();
-        }
-    });
-    std::exception_ptr first;
-    try {
-        for (qsizetype i = 0; i < half; ++i)
-            edit(*files[i]);
-    } catch (...) {
-        first = std::current_exception();
-    }
-    other.join();
-    if (first) std::rethrow_exception(first);
-    if (second) std::rethrow_exception(second);
-}
-
 // Below this a second thread costs more than it saves.
-constexpr qsizetype kTwoThreadEdits = 4096;
+constexpr qsizetype kTwoThreadItems = 4096;
 } // namespace
 
 bool MyDocument::runTaskContract(const char* method, const QVariantMap& settings,
@@ -241,8 +218,12 @@ bool MyDocument::runTaskContract(const char* method, const QVariantMap& settings
     bool result = true;
     try {
         const bool preview = isPreview(settings);
-        if (!preview && scope == EditScope::Item && files.size() >= kTwoThreadEdits) {
-            editInTwo(files, edit); // a commit edits the items themselves
+        if (!preview && scope == EditScope::Item) {
+            // A commit edits the items themselves, each on its own.
+            inTwoHalves(files.size(), kTwoThreadItems, [&](qsizetype from, qsizetype to) {
+                for (qsizetype i = from; i < to; ++i)
+                    edit(*files[i]);
+            });
         } else {
             for (const FileItemPtr& item : files) {
                 const FileItemPtr target = taskTarget(item, preview);
@@ -275,6 +256,18 @@ void MyDocument::generatePreviewsOnThread() {
     m_previews->run();
 }
 
+namespace {
+// A preview name by reference, with its hash taken once.
+struct NameKey {
+    const QString* name;
+    size_t hash;
+    bool operator==(const NameKey& other) const { return *name == *other.name; }
+};
+size_t qHash(const NameKey& key, size_t) {
+    return key.hash;
+}
+} // namespace
+
 void MyDocument::checkForConflicts() {
     // Neighbours after a case-sensitive stable sort by preview name are
     // compared by full path; flags are set here, never cleared. Neighbours
@@ -283,29 +276,50 @@ void MyDocument::checkForConflicts() {
     // item finds the same pairs as the sort. Different names cannot share a
     // path unless a name holds a "/"; then the sort is done for real.
     const FileList files = fileArray();
-    bool any = false;
+    const qsizetype count = files.size();
+    std::atomic<bool> any = false;
     auto flag = [&any](const FileItemPtr& a, const FileItemPtr& b) {
         a->setIsConflicting(true);
         b->setIsConflicting(true);
         any = true;
     };
 
-    QHash<QString, qsizetype> lastWithName; // position + 1 of the last item with the name
-    lastWithName.reserve(files.size());
-    bool slashInName = false;
-    for (qsizetype i = 0; i < files.size() && !slashInName; ++i) {
-        const FileItemPtr preview = files[i]->previewObject();
-        if (!preview) continue;
-        const QString name = preview->fileName();
-        slashInName = name.contains(u'/');
-        qsizetype& last = lastWithName[name]; // one look-up, whether the name is new or not
-        if (last > 0) {
-            const FileItemPtr other = files[last - 1]->previewObject();
-            if (other && other->containerDir() == preview->containerDir()) flag(other, preview);
+    // The previews' names, folders and name hashes, gathered in two halves.
+    FileList previews(count);
+    QStringList names(count), dirs(count);
+    std::vector<size_t> hashes(static_cast<size_t>(count));
+    std::atomic<bool> slashInName = false;
+    inTwoHalves(count, kTwoThreadItems, [&](qsizetype from, qsizetype to) {
+        for (qsizetype i = from; i < to && !slashInName.load(std::memory_order_relaxed); ++i) {
+            previews[i] = files[i]->previewObject();
+            if (!previews[i]) continue;
+            names[i] = previews[i]->fileName();
+            dirs[i] = previews[i]->containerDir();
+            hashes[static_cast<size_t>(i)] = qHash(names[i], QHashSeed::globalSeed());
+            if (names[i].contains(u'/')) slashInName = true;
         }
-        last = i + 1;
-    }
-    if (slashInName) {
+    });
+
+    if (!slashInName) {
+        // Equal names have equal hashes, so the items split by the hash's top
+        // bit into two parts that share no name, each searched on its own.
+        const size_t parts = count >= kTwoThreadItems ? 2 : 1;
+        constexpr int kTopBit = std::numeric_limits<size_t>::digits - 1;
+        inTwoHalves(static_cast<qsizetype>(parts), 2, [&](qsizetype from, qsizetype to) {
+            for (auto part = static_cast<size_t>(from); part < static_cast<size_t>(to); ++part) {
+                QHash<NameKey, qsizetype> lastWithName; // position + 1 of the last item
+                lastWithName.reserve(count / static_cast<qsizetype>(parts));
+                for (qsizetype i = 0; i < count; ++i) {
+                    const size_t hash = hashes[static_cast<size_t>(i)];
+                    if (!previews[i] || (parts == 2 && (hash >> kTopBit) != part)) continue;
+                    qsizetype& last = lastWithName[NameKey{&names[i], hash}];
+                    if (last > 0 && dirs[last - 1] == dirs[i])
+                        flag(previews[last - 1], previews[i]);
+                    last = i + 1;
+                }
+            }
+        });
+    } else {
         const FileList sorted = sortFilesByPreviewFilename();
         for (qsizetype k = 1; k < sorted.size(); ++k) {
             const FileItemPtr a = sorted[k - 1]->previewObject();

@@ -2,7 +2,10 @@
 #include "MyDocument.h"
 #include "RecordingView.h"
 
+#include <algorithm>
 #include <gtest/gtest.h>
+#include <numeric>
+#include <random>
 #include <thread>
 
 using namespace Qt::Literals::StringLiterals;
@@ -98,6 +101,41 @@ TEST(PreviewPipeline, ConflictsWithinAFolderOnly) {
     cased.changeTask(22);
     cased.waitForPreviews();
     EXPECT_FALSE(cased.rowIsConflicting(0));
+}
+
+// Enough items to search on two threads: the flags must be the ones the plain
+// definition gives (a stable sort by preview name, neighbours with the same
+// full path flagged).
+TEST(PreviewPipeline, ConflictsOfALargeListMatchTheSortedNeighbours) {
+    MyDocument doc;
+    std::mt19937 random(7);
+    for (int i = 0; i < 6000; ++i)
+        doc.addFileToList(u"/%1/N%2.%3.exr"_s.arg(QChar(char16_t(u'a' + random() % 3)))
+                              .arg(random() % 2000)
+                              .arg(i, 5, 10, QLatin1Char('0')));
+    doc.changeTask(9); // remove frame numbers: about three of each name
+    doc.waitForPreviews();
+    const FileList files = doc.fileArray();
+    ASSERT_EQ(files.size(), 6000);
+
+    QList<qsizetype> order(files.size());
+    std::iota(order.begin(), order.end(), 0);
+    std::stable_sort(order.begin(), order.end(), [&](qsizetype a, qsizetype b) {
+        return previewName(files[a]) < previewName(files[b]);
+    });
+    QList<bool> expected(files.size(), false);
+    for (qsizetype k = 1; k < order.size(); ++k) {
+        if (files[order[k - 1]]->previewObject()->fullPath() ==
+            files[order[k]]->previewObject()->fullPath())
+            expected[order[k - 1]] = expected[order[k]] = true;
+    }
+    qsizetype flagged = 0;
+    for (qsizetype i = 0; i < files.size(); ++i) {
+        EXPECT_EQ(files[i]->previewObject()->isConflicting(), expected[i]) << i;
+        flagged += expected[i];
+    }
+    EXPECT_GT(flagged, 1000); // the case is not empty
+    EXPECT_LT(flagged, 6000);
 }
 
 // Every batch that runs posts one table reload; slowing those down keeps the
