@@ -1,6 +1,7 @@
 #include "MyDocument.h"
 
 #include "FileIndex.h"
+#include "InTwoHalves.h"
 #include "Preferences.h"
 #include "PreviewPipeline.h"
 #include "QXException.h"
@@ -8,12 +9,14 @@
 
 #include <QDir>
 #include <QFile>
+#include <QStringDecoder>
 
 #include <algorithm>
 #include <dirent.h>
 #include <list>
 #include <sys/stat.h>
 #include <thread>
+#include <vector>
 
 // Threads the document started (adds, previews, commits); joined on
 // destruction so that none outlives its document.
@@ -184,6 +187,9 @@ struct DirEntry {
     bool isDir;
 };
 
+// Below this a second thread costs more than it saves.
+constexpr qsizetype kTwoThreadEntries = 4096;
+
 // Lists a folder's entries in the order the file system returns them; links
 // are followed for the folder test. Names that are not valid UTF-8 cannot be
 // renamed faithfully through QString and are left out, with a log line.
@@ -195,9 +201,11 @@ QList<DirEntry> listFolder(const QString& folder) {
     while (dirent* e = ::readdir(dir)) {
         const char* raw = e->d_name;
         if (raw[0] == '.' && (raw[1] == 0 || (raw[1] == '.' && raw[2] == 0))) continue;
-        const QByteArray bytes(raw);
-        const QString name = QString::fromUtf8(bytes);
-        if (name.toUtf8() != bytes) {
+        // A byte-order mark is part of a name, not a marker to drop.
+        QStringDecoder decoder(QStringDecoder::Utf8, QStringDecoder::Flag::Stateless |
+                                                         QStringDecoder::Flag::ConvertInitialBom);
+        const QString name = decoder(QByteArrayView(raw));
+        if (decoder.hasError()) {
             QXLog::appendLog(
                 QStringLiteral("Skipped %1/%2: the name is not valid UTF-8").arg(folder, name));
             continue;
@@ -205,7 +213,7 @@ QList<DirEntry> listFolder(const QString& folder) {
         bool isDir = e->d_type == DT_DIR;
         if (e->d_type == DT_UNKNOWN || e->d_type == DT_LNK) {
             struct stat st {};
-            const QByteArray full = native + '/' + bytes;
+            const QByteArray full = native + '/' + raw;
             isDir = ::stat(full.constData(), &st) == 0 && S_ISDIR(st.st_mode);
         }
         out.append({name, isDir});
@@ -313,23 +321,39 @@ void FolderWalker::appendRun(const QString& folder, const QList<DirEntry>& entri
                              qsizetype to) {
     if (from >= to) return;
     const QString prefix = folder == u'/' ? QString() : folder; // "/" + name, not "//" + name
+    auto fullPath = [&prefix](const QString& name) -> QString { return prefix + u'/' + name; };
+
+    // Items and path hashes need nothing of the list: they are made in two
+    // halves, and only the duplicate check and the index are done in order.
+    // Each half shares its own copy of the folder's text, so that no shared
+    // count is touched from both cores.
+    const qsizetype count = to - from;
+    FileList made(count);
+    std::vector<quint64> keys(static_cast<size_t>(count));
+    inTwoHalves(count, kTwoThreadEntries, [&](qsizetype first, qsizetype last) {
+        const QString dir = first == 0 ? prefix : QString(prefix.constData(), prefix.size());
+        for (qsizetype i = first; i < last; ++i) {
+            const QString& name = entries[from + i].name;
+            if (name.startsWith(u'.')) continue;
+            keys[static_cast<size_t>(i)] = FileIndex::hashOf(fullPath(name));
+            made[i] = QXFileItem::fileItemInFolder(dir, name);
+        }
+    });
+
     QMutexLocker lock(&m_mutex);
     FileIndex& index = m_doc.indexLocked();
-    index.reserve(static_cast<size_t>(m_doc.m_files.size() + (to - from)));
-    for (qsizetype i = from; i < to; ++i) {
-        const QString& name = entries[i].name;
-        if (name.startsWith(u'.')) continue;
-        const QString full = prefix + u'/' + name;
-        const quint64 key = FileIndex::hashOf(full);
+    index.reserve(static_cast<size_t>(m_doc.m_files.size() + count));
+    for (qsizetype i = 0; i < count; ++i) {
+        if (!made[i]) continue;
+        const quint64 key = keys[static_cast<size_t>(i)];
         bool present = false;
         index.forEachCandidate(key, [&](int pos) {
-            present = m_doc.m_files[pos]->fullPath() == full;
+            present = m_doc.m_files[pos]->fullPath() == fullPath(entries[from + i].name);
             return present;
         });
         if (present) continue;
-        FileItemPtr item = QXFileItem::fileItemInFolder(prefix, name);
         index.insert(key, static_cast<int>(m_doc.m_files.size()), false);
-        m_doc.m_files.append(std::move(item));
+        m_doc.m_files.append(std::move(made[i]));
     }
 }
 

@@ -67,6 +67,33 @@ TEST(MyDocumentList, FolderAddsEveryVisibleFileAtAnyDepthButNotItself) {
     EXPECT_EQ(doc.fileCount(), 2); // hidden files are never added, even by name
 }
 
+// A folder large enough to be taken in on two threads: every visible file
+// once, in listing order after those already there, each found by its path.
+TEST(MyDocumentList, LargeFolderAddsEachFileOnceInListingOrder) {
+    TempTree t;
+    for (int i = 0; i < 5000; ++i)
+        t.file(u"big/f%1.txt"_s.arg(i));
+    t.file(u"big/.hidden"_s);
+    const QString early = t(u"big/f4999.txt"_s), earlier = t(u"big/f7.txt"_s);
+    MyDocument doc;
+    doc.addFileToList(early);
+    doc.addFileToList(earlier);
+    doc.addFileToList(t(u"big"_s));
+
+    QStringList expected = {early, earlier};
+    for (const QString& name : QDir(t(u"big"_s)).entryList(QDir::Files, QDir::Unsorted)) {
+        const QString path = t(u"big/"_s + name);
+        if (path != early && path != earlier) expected.append(path);
+    }
+    ASSERT_EQ(expected.size(), 5000);
+    EXPECT_EQ(paths(doc.fileArray()), expected);
+    for (qsizetype i = 0; i < expected.size(); i += 97) {
+        const FileItemPtr found = doc.fileInQueue(expected[i]);
+        ASSERT_TRUE(found) << qPrintable(expected[i]);
+        EXPECT_EQ(found->fullPath(), expected[i]);
+    }
+}
+
 TEST(MyDocumentList, FoldersGoDepthFirstInListingOrder) {
     TempTree t;
     t.file(u"f/x/1.txt"_s);
@@ -155,6 +182,8 @@ TEST(MyDocumentList, LinkLoopsEndAndInvalidNamesAreLogged) {
     std::fclose(f);
     const QString long255 = QString(251, u'x') + u".txt"_s;
     t.file(u"loop/"_s + long255);
+    const QString bom = u"\uFEFFbom.txt"_s; // valid UTF-8, and its mark is part of the name
+    t.file(u"loop/"_s + bom);
 
     FreshLog log;
     MyDocument doc;
@@ -162,7 +191,7 @@ TEST(MyDocumentList, LinkLoopsEndAndInvalidNamesAreLogged) {
     ::unlink(bad.constData()); // a name the temporary folder cannot remove by itself
     QStringList got = names(doc.fileArray());
     got.sort();
-    EXPECT_EQ(got, QStringList({u"a.txt"_s, long255}));
+    EXPECT_EQ(got, QStringList({u"a.txt"_s, long255, bom}));
     const QString text = log.text();
     EXPECT_TRUE(text.contains(u"the name is not valid UTF-8"_s));
     EXPECT_TRUE(text.contains(u"leads back into a folder being added"_s));
