@@ -14,13 +14,18 @@ runs=${COMMIT_BENCH_RUNS:-5}
 places=("${COMMIT_BENCH_DISK:-$build}" "${COMMIT_BENCH_TMPFS:-/dev/shm}")
 [ -x "$cli" ] && [ -x "$loop" ] || { echo "commit_bench: build seqmate-cli and rename_loop first" >&2; exit 2; }
 
+# Work folders carry this run's id, so that an interrupted run still removes them.
+cleanup() { for place in "${places[@]}"; do rm -rf "$place"/commit-bench-$$-*; done; }
+trap cleanup EXIT
+trap 'exit 130' INT TERM HUP
+
 now() { date +%s.%N; }
 median() { sort -g | awk '{v[NR]=$1} END {print (NR%2) ? v[(NR+1)/2] : (v[NR/2]+v[NR/2+1])/2}'; }
 
 # One timed run: "cli" or "loop", scenario "prefix" or "case", in a fresh folder.
 timed() {
     local who=$1 scenario=$2 root=$3 work
-    work=$(mktemp -d "$root/commit-bench-XXXXXX")
+    work=$(mktemp -d "$root/commit-bench-$$-XXXXXX")
     mkdir "$work/files" "$work/home"
     local stem=shot. task=(-t prefix -s prefix=x_)
     if [ "$scenario" = case ]; then stem=SHOT.; task=(-t lower); fi
@@ -76,7 +81,7 @@ echo "journal records on $(df --output=fstype "$disk" | tail -1), microseconds p
 for sync in none write fdatasync fsync; do
     n=$files
     case $sync in fdatasync | fsync) n=$((files < 3000 ? files : 3000)) ;; esac
-    work=$(mktemp -d "$disk/commit-bench-XXXXXX")
+    work=$(mktemp -d "$disk/commit-bench-$$-XXXXXX")
     mkdir "$work/files"
     "$loop" make "$work/files" shot. "$n"
     t0=$(now)
