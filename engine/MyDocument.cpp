@@ -331,7 +331,8 @@ void FolderWalker::appendRun(const QString& folder, const QList<DirEntry>& entri
     FileList made(count);
     std::vector<quint64> keys(static_cast<size_t>(count));
     inTwoHalves(count, kTwoThreadEntries, [&](qsizetype first, qsizetype last) {
-        const QString dir = first == 0 ? prefix : QString(prefix.constData(), prefix.size());
+        const QString dir =
+            first == 0 || prefix.isEmpty() ? prefix : QString(prefix.constData(), prefix.size());
         for (qsizetype i = first; i < last; ++i) {
             const QString& name = entries[from + i].name;
             if (name.startsWith(u'.')) continue;
