@@ -13,14 +13,9 @@
 #include <QFile>
 #include <QMutex>
 #include <gtest/gtest.h>
-#include <ostream>
 
 using namespace Qt::Literals::StringLiterals;
 using TaskMethod = bool (MyDocument::*)(const QVariantMap&, const FileList&);
-
-inline void PrintTo(const QStringList& l, std::ostream* os) {
-    *os << '[' << l.join(u" | "_s).toStdString() << ']';
-}
 
 // The tables write a list of names as one UTF-8 text: "a.jpg|b.jpg".
 inline QStringList names(const char* list) {
