@@ -127,7 +127,6 @@ void printJson(const MyDocument& doc) {
 // second core waits. The first half goes out as it is formatted, the second
 // once it is done.
 void printTable(const MyDocument& doc, bool fullPaths) {
-    constexpr qsizetype kTwoThreadRows = 4096;
     const FileList files = doc.fileArray();
     const qsizetype count = files.size();
     QStringList olds(count), nexts(count);
@@ -136,7 +135,7 @@ void printTable(const MyDocument& doc, bool fullPaths) {
         qsizetype width = 0;
         int changed = 0, conflicts = 0;
     } halves[2];
-    inTwoHalves(count, kTwoThreadRows, [&](qsizetype from, qsizetype to) {
+    inTwoHalves(count, kTwoHalvesMinimum, [&](qsizetype from, qsizetype to) {
         Tally& tally = halves[from == 0 ? 0 : 1];
         for (qsizetype i = from; i < to; ++i) {
             const FileItemPtr preview = files[i]->previewObject();
@@ -151,7 +150,7 @@ void printTable(const MyDocument& doc, bool fullPaths) {
     });
     const qsizetype width = std::max(halves[0].width, halves[1].width);
     QByteArray second;
-    inTwoHalves(count, kTwoThreadRows, [&](qsizetype from, qsizetype to) {
+    inTwoHalves(count, kTwoHalvesMinimum, [&](qsizetype from, qsizetype to) {
         QByteArray local;
         QByteArray& out = from == 0 ? local : second;
         for (qsizetype i = from; i < to; ++i) {

@@ -187,9 +187,6 @@ struct DirEntry {
     bool isDir;
 };
 
-// Below this a second thread costs more than it saves.
-constexpr qsizetype kTwoThreadEntries = 4096;
-
 // Lists a folder's entries in the order the file system returns them; links
 // are followed for the folder test. Names that are not valid UTF-8 cannot be
 // renamed faithfully through QString and are left out, with a log line.
@@ -330,7 +327,7 @@ void FolderWalker::appendRun(const QString& folder, const QList<DirEntry>& entri
     const qsizetype count = to - from;
     FileList made(count);
     std::vector<quint64> keys(static_cast<size_t>(count));
-    inTwoHalves(count, kTwoThreadEntries, [&](qsizetype first, qsizetype last) {
+    inTwoHalves(count, kTwoHalvesMinimum, [&](qsizetype first, qsizetype last) {
         const QString dir =
             first == 0 || prefix.isEmpty() ? prefix : QString(prefix.constData(), prefix.size());
         for (qsizetype i = first; i < last; ++i) {

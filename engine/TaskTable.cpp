@@ -206,11 +206,6 @@ FileItemPtr MyDocument::taskTarget(const FileItemPtr& item, bool preview) {
     return item->previewObject();
 }
 
-namespace {
-// Below this a second thread costs more than it saves.
-constexpr qsizetype kTwoThreadItems = 4096;
-} // namespace
-
 bool MyDocument::runTaskContract(const char* method, const QVariantMap& settings,
                                  const FileList& files,
                                  const std::function<void(QXFileItem&)>& edit, bool reloadAtExit,
@@ -220,7 +215,7 @@ bool MyDocument::runTaskContract(const char* method, const QVariantMap& settings
         const bool preview = isPreview(settings);
         if (!preview && scope == EditScope::Item) {
             // A commit edits the items themselves, each on its own.
-            inTwoHalves(files.size(), kTwoThreadItems, [&](qsizetype from, qsizetype to) {
+            inTwoHalves(files.size(), kTwoHalvesMinimum, [&](qsizetype from, qsizetype to) {
                 for (qsizetype i = from; i < to; ++i)
                     edit(*files[i]);
             });
@@ -289,7 +284,7 @@ void MyDocument::checkForConflicts() {
     QStringList names(count), dirs(count);
     std::vector<size_t> hashes(static_cast<size_t>(count));
     std::atomic<bool> slashInName = false;
-    inTwoHalves(count, kTwoThreadItems, [&](qsizetype from, qsizetype to) {
+    inTwoHalves(count, kTwoHalvesMinimum, [&](qsizetype from, qsizetype to) {
         for (qsizetype i = from; i < to && !slashInName.load(std::memory_order_relaxed); ++i) {
             previews[i] = files[i]->previewObject();
             if (!previews[i]) continue;
@@ -303,7 +298,7 @@ void MyDocument::checkForConflicts() {
     if (!slashInName) {
         // Equal names have equal hashes, so the items split by the hash's top
         // bit into two parts that share no name, each searched on its own.
-        const size_t parts = count >= kTwoThreadItems ? 2 : 1;
+        const size_t parts = count >= kTwoHalvesMinimum ? 2 : 1;
         constexpr int kTopBit = std::numeric_limits<size_t>::digits - 1;
         inTwoHalves(static_cast<qsizetype>(parts), 2, [&](qsizetype from, qsizetype to) {
             for (auto part = static_cast<size_t>(from); part < static_cast<size_t>(to); ++part) {

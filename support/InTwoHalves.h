@@ -4,11 +4,13 @@
 #include <exception>
 #include <thread>
 
+// Below this many items a second thread costs more than it saves.
+inline constexpr qsizetype kTwoHalvesMinimum = 4096;
+
 // Runs work(from, to) over [0, count) in two halves on a machine with two
 // cores or more: the second half on a thread of its own, the first on the
-// caller's. Below `minimum` items a second thread costs more than it saves, and
-// all of it runs on the caller's. Both halves always run to their end; the
-// first exception, in list order, is then thrown again.
+// caller's. Below `minimum` items all of it runs on the caller's. Both halves always run to their
+// end; the first exception, in list order, is then thrown again.
 template <typename Work> void inTwoHalves(qsizetype count, qsizetype minimum, const Work& work) {
     if (count < minimum || std::thread::hardware_concurrency() < 2) {
         work(qsizetype(0), count);
