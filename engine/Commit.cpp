@@ -182,6 +182,7 @@ bool CommitRunner::run() {
     QList<Job> batch;
     while (!cancelled && (next < count || inFlight > 0)) {
         if (inFlight <= ahead - chunk) {
+            batch.reserve(ahead - inFlight);
             while (!atFolder && next < count && inFlight < ahead) {
                 batch.append(plan(next));
                 atFolder = m_files[next]->isDir();
@@ -384,7 +385,11 @@ void CommitRunner::submit(QList<Job>& jobs) {
     if (jobs.isEmpty()) return;
     if (!m_mover.joinable()) m_mover = std::thread([this] { moverMain(); });
     std::lock_guard lock(m_queueMutex);
-    m_queued.append(std::move(jobs));
+    // Jobs are large: the lists change hands whole where they can.
+    if (m_queued.isEmpty())
+        m_queued.swap(jobs);
+    else
+        m_queued.append(std::move(jobs));
     jobs.clear();
     m_jobQueued.notify_one();
 }
@@ -427,16 +432,22 @@ void CommitRunner::moverMain() {
         m_jobQueued.wait(lock,
                          [this] { return m_quit || (!m_moverStopped && !m_queued.isEmpty()); });
         if (m_quit) return;
-        const qsizetype n = std::min(runLength, m_queued.size());
-        QList<Job> run(std::make_move_iterator(m_queued.begin()),
-                       std::make_move_iterator(m_queued.begin() + n));
-        m_queued.remove(0, n);
+        QList<Job> run;
+        if (m_queued.size() <= runLength) {
+            run.swap(m_queued);
+        } else {
+            run = QList<Job>(std::make_move_iterator(m_queued.begin()),
+                             std::make_move_iterator(m_queued.begin() + runLength));
+            m_queued.remove(0, runLength);
+        }
         lock.unlock();
         const qsizetype dealtWith = executeRun(run);
         lock.lock();
         m_moverStopped = run[dealtWith - 1].stopsMover();
-        for (Job& job : run)
-            m_finished.append(std::move(job));
+        if (m_finished.isEmpty())
+            m_finished.swap(run);
+        else
+            m_finished.append(std::move(run));
         if (m_wanted > 0 && (m_finished.size() >= m_wanted || m_moverStopped || m_queued.isEmpty()))
             m_jobFinished.notify_one();
     }
