@@ -47,17 +47,18 @@ QString plural(int count) {
     return count == 1 ? QString() : QStringLiteral("s");
 }
 
-bool isAscii(const QString& s) {
-    return std::all_of(s.cbegin(), s.cend(), [](QChar c) { return c.unicode() < 0x80; });
-}
-
 // Whether the two paths are equal once lowered, as QString::toLower() lowers
-// them; without lowering copies for the usual pair of ASCII paths, where
-// lowering is letter for letter.
+// them. The usual pair is ASCII, where lowering goes letter by letter: one
+// pass compares them without lowering copies (or Unicode case folding).
 bool sameWhenLowered(const QString& a, const QString& b) {
-    if (isAscii(a) && isAscii(b))
-        return a.size() == b.size() && a.compare(b, Qt::CaseInsensitive) == 0;
-    return a.toLower() == b.toLower();
+    if (a.size() != b.size()) return a.toLower() == b.toLower();
+    const auto lowered = [](char16_t c) { return c >= u'A' && c <= u'Z' ? c + 32 : c; };
+    for (qsizetype i = 0; i < a.size(); ++i) {
+        const char16_t x = a[i].unicode(), y = b[i].unicode();
+        if (x >= 0x80 || y >= 0x80) return a.toLower() == b.toLower();
+        if (lowered(x) != lowered(y)) return false;
+    }
+    return true;
 }
 } // namespace
 
@@ -252,9 +253,9 @@ CommitRunner::Job CommitRunner::plan(int index) const {
         job.kind = Job::Kind::Rename;
     }
     if (job.kind == Job::Kind::Rename || job.kind == Job::Kind::ViaTemp) {
-        job.oldNative = QFile::encodeName(job.oldPath);
-        job.newNative = QFile::encodeName(job.newPath);
-        job.tmpNative = QFile::encodeName(job.tmp);
+        job.oldNative = FileMover::nativePath(job.oldPath);
+        job.newNative = FileMover::nativePath(job.newPath);
+        job.tmpNative = FileMover::nativePath(job.tmp);
         job.oldField = RenameJournal::encodeField(job.oldNative);
         job.newField = RenameJournal::encodeField(job.newNative);
         job.tmpField = RenameJournal::encodeField(job.tmpNative);

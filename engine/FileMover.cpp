@@ -165,11 +165,11 @@ QString FileMover::errorText(int error) {
 
 bool FileMover::exists(const QString& path) {
     struct stat st {};
-    return ::lstat(QFile::encodeName(path).constData(), &st) == 0;
+    return ::lstat(nativePath(path).constData(), &st) == 0;
 }
 
 QString FileMover::move(const QString& from, const QString& to, int* errorCode) {
-    return move(from, to, QFile::encodeName(from), QFile::encodeName(to), errorCode);
+    return move(from, to, nativePath(from), nativePath(to), errorCode);
 }
 
 QString FileMover::move(const QString& from, const QString& to, const QByteArray& nativeFrom,
@@ -236,7 +236,7 @@ QString FileMover::makePath(const QString& dir) {
     for (;;) {
         const qsizetype slash = clean.indexOf(u'/', start);
         const QString part = slash < 0 ? clean : clean.left(slash);
-        const QByteArray native = QFile::encodeName(part);
+        const QByteArray native = nativePath(part);
         if (!part.isEmpty() && ::mkdir(native.constData(), 0777) != 0) {
             const int e = errno;
             struct stat st {};
@@ -254,7 +254,7 @@ QString FileMover::makePath(const QString& dir) {
 QString FileMover::removeDirectory(const QString& dir) {
     quint64 number = 0;
     if (const int e = before(Op::RemoveDirectory, dir, QString(), &number)) return errorText(e);
-    if (::rmdir(QFile::encodeName(dir).constData()) != 0) return errorText(errno);
+    if (::rmdir(nativePath(dir).constData()) != 0) return errorText(errno);
     after(Op::RemoveDirectory, dir, QString(), number);
     return QString();
 }

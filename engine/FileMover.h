@@ -54,6 +54,10 @@ public:
         int m_fd = -1;
     };
 
+    // A path in the system's encoding: what QFile::encodeName gives, which
+    // on Linux is always UTF-8, by Qt's faster direct path.
+    static QByteArray nativePath(const QString& path) { return path.toUtf8(); }
+
     // Renames from to to (one volume). Never overwrites. errorCode, when
     // given, receives the errno value (0 on success).
     static QString move(const QString& from, const QString& to, int* errorCode = nullptr);
