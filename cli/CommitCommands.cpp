@@ -220,6 +220,9 @@ int runCommit(MyDocument& doc, const CommitOptions& o) {
     DocumentView& terminal = doc.view();
     CommitView view(terminal, doc);
     doc.setView(&view);
+    // Nothing has touched the batch since its preview was printed: commit
+    // the names the table showed rather than working them out again.
+    doc.setCommitFromPreviews(true);
     {
         InterruptGuard guard(doc);
         doc.startProcessing(changed);

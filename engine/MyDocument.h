@@ -196,6 +196,14 @@ public:
 
     // ---- committing -------------------------------------------------------
     void startProcessing(int count);
+    // Lets a commit take each item's new name from its preview instead of
+    // editing the item again: for a caller that knows nothing changed since
+    // generatePreviewsOnThread() returned (the command line, between the
+    // table it printed and the commit). The names renamed are then exactly
+    // the ones shown. It holds only for tasks whose edits touch each item on
+    // its own, after a preview of the selected task in which every batch
+    // succeeded; any other commit runs the task again.
+    void setCommitFromPreviews(bool on) { m_commitFromPreviews.store(on); }
     bool copyFiles();
     void updateFilesInFolder(const QString& oldFolder, const QString& newFolder);
     void startProgress();
@@ -238,6 +246,7 @@ private:
     QVariantMap m_batchFileDict;
     std::unique_ptr<PreviewPipeline> m_previews;
     std::atomic<bool> m_processingCancelled{false};
+    std::atomic<bool> m_commitFromPreviews{false};
     mutable QMutex m_commitMutex; // guards the commit results below
     QStringList m_failedNames;
     QString m_journalPath;

@@ -17,7 +17,9 @@ PreviewPipeline::~PreviewPipeline() {
 }
 
 void PreviewPipeline::cancelAll() {
+    QMutexLocker lock(&m_completeMutex);
     ++m_generation;
+    m_completeTag.store(0);
     m_pool.clear();
 }
 
@@ -52,8 +54,9 @@ void PreviewPipeline::run() {
         MyDocument::taskUsesFrameOrder(tag) ? m_doc.sortFilesByFrameOrder() : m_doc.fileArray();
 
     const auto bounds = batches(static_cast<int>(items.size()));
-    for (qsizetype i = 0; i < bounds.size(); ++i) {
-        if (tag == 8 || tag <= 0 || tag > 26) continue; // no preview entry point
+    const bool previewable = tag > 0 && tag <= 26 && tag != 8; // 8 has no preview entry point
+    std::atomic<bool> failed = !previewable;
+    for (qsizetype i = 0; previewable && i < bounds.size(); ++i) {
         if (tag == 7 && i > 0) {
             // Each renumbering batch continues where the previous one ends.
             const quint64 start = settings.value(QStringLiteral("startFrame")).toULongLong();
@@ -62,12 +65,16 @@ void PreviewPipeline::run() {
         }
         const QVariantMap batchSettings = settings; // the settings as they are now
         const FileList batch = items.mid(bounds[i].first, bounds[i].second);
-        m_pool.start([this, generation, tag, batchSettings, batch] {
+        m_pool.start([this, generation, tag, batchSettings, batch, &failed] {
             if (m_generation.load() != generation) return; // cancelled while queued
-            m_doc.runPreviewTask(tag, batchSettings, batch);
+            if (!m_doc.runPreviewTask(tag, batchSettings, batch)) failed = true;
         });
     }
     m_pool.waitForDone();
+    {
+        QMutexLocker lock(&m_completeMutex);
+        if (!failed && m_generation.load() == generation) m_completeTag.store(tag);
+    }
 
     m_doc.checkForConflicts();
     view.setSpinner(DocumentView::Spinner::Preview, false);

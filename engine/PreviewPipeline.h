@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QMutex>
 #include <QThreadPool>
 #include <atomic>
 
@@ -19,6 +20,9 @@ public:
     void run();
     void cancelAll();
     void waitForDone();
+    // The task whose previews the last run made in full (every batch run and
+    // succeeded, nothing cancelled since); 0 when there is none.
+    int completeTag() const { return m_completeTag.load(); }
     // Batch bounds for a list of count items: each batch holds 50 items but
     // the last, which holds the rest (50 to 99).
     static QList<QPair<int, int>> batches(int count);
@@ -27,4 +31,6 @@ private:
     MyDocument& m_doc;
     QThreadPool m_pool;
     std::atomic<quint64> m_generation{0};
+    QMutex m_completeMutex; // a run's last check and a cancel do not interleave
+    std::atomic<int> m_completeTag{0};
 };

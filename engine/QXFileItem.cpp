@@ -468,6 +468,21 @@ void QXFileItem::synchronize() {
     setFileName(proposedFileName());
 }
 
+void QXFileItem::takeNameFrom(const QXFileItem& other) {
+    ComponentList list;
+    quint32 padding = 0;
+    {
+        Guard g(&other);
+        list = other.componentsLocked();
+        padding = other.m_padding;
+    }
+    Guard g(this);
+    materializePreviewLocked();
+    m_components = std::move(list);
+    m_hasComponents = true;
+    m_padding = padding;
+}
+
 void QXFileItem::resetPreview() {
     auto fresh = copy();
     Guard g(this);

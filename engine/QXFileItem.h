@@ -64,6 +64,9 @@ public:
     QString proposedFileName() const;
     void synchronize();
     void resetPreview();
+    // Takes the components and padding of other (a preview of this item), so
+    // that proposedFileName() gives the name other shows.
+    void takeNameFrom(const QXFileItem& other);
     ComponentList mutableComponentCopy() const { return components(); }
     FileItemPtr copy() const { return std::make_shared<QXFileItem>(*this); }
 

@@ -214,10 +214,20 @@ bool MyDocument::runTaskContract(const char* method, const QVariantMap& settings
     try {
         const bool preview = isPreview(settings);
         if (!preview && scope == EditScope::Item) {
-            // A commit edits the items themselves, each on its own.
+            // A commit edits the items themselves, each on its own; or, when
+            // the previews are known to be current, takes what they show.
+            // An item's edit then depends on nothing but the item, so its
+            // preview holds the very name the edit would give it.
+            const bool fromPreviews =
+                m_commitFromPreviews.load() && m_previews->completeTag() == selectedTag();
             inTwoHalves(files.size(), kTwoHalvesMinimum, [&](qsizetype from, qsizetype to) {
-                for (qsizetype i = from; i < to; ++i)
-                    edit(*files[i]);
+                for (qsizetype i = from; i < to; ++i) {
+                    const FileItemPtr shown = fromPreviews ? files[i]->previewObject() : nullptr;
+                    if (shown)
+                        files[i]->takeNameFrom(*shown);
+                    else
+                        edit(*files[i]);
+                }
             });
         } else {
             for (const FileItemPtr& item : files) {

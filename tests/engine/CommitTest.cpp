@@ -460,4 +460,58 @@ TEST_F(StartProcessingTest, LargeBatchEditsOnTwoThreads) {
     EXPECT_EQ(sheetView.alerts.last().informativeText, u"4100 files renamed."_s);
 }
 
+// With the previews vouched for, a commit renames to what they show, and to
+// exactly what running the task again would give; otherwise it runs the task.
+TEST_F(StartProcessingTest, CommitFromCurrentPreviewsRenamesAsTheTaskWould) {
+    struct Case {
+        int tag;
+        QList<std::pair<QString, QString>> settings;
+        QStringList names;
+    };
+    const Case cases[] = {
+        {21, {}, {u"SHOT.0001.EXR"_s, u"Mixed Case.Jpg"_s}},
+        {5, {{u"padLength"_s, u"6"_s}}, {u"a.1.exr"_s, u"a.0012.exr"_s, u"b_7"_s}},
+        {3, {{u"offset"_s, u"-1"_s}}, {u"a.0001.exr"_s, u"a.0010.exr"_s}},
+        {12, {{u"prefix"_s, u"x_"_s}}, {u"a.jpg"_s, u"b"_s}},
+        {25, {{u"position"_s, u"2"_s}, {u"text"_s, u"--"_s}}, {u"abc.jpg"_s, u"d.jpg"_s}},
+        {10, {{u"fileExt"_s, u"tif"_s}}, {u"a.jpg"_s, u"b"_s}},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.tag);
+        QStringList outcome[2];
+        for (const bool fromPreviews : {false, true}) {
+            const QString folder = u"%1-%2/"_s.arg(c.tag).arg(fromPreviews);
+            QStringList paths;
+            for (const QString& n : c.names)
+                paths.append(folder + n);
+            batch(paths);
+            doc.setSelectedTag(c.tag);
+            for (const auto& [key, value] : c.settings)
+                doc.setFieldText(MyDocument::settingField(c.tag, key).outlet, value);
+            doc.generatePreviewsOnThread();
+            doc.setCommitFromPreviews(fromPreviews);
+            doc.startProcessing(0);
+            outcome[fromPreviews] = tree.list(folder);
+        }
+        EXPECT_NE(outcome[0], c.names);
+        EXPECT_EQ(outcome[1], outcome[0]);
+    }
+
+    // The names come from the previews: one made to show another name is
+    // committed as shown. Previews of another task are not taken.
+    doc.setCommitFromPreviews(true);
+    const FileList f = batch({u"shown/A.JPG"_s, u"shown/B.JPG"_s});
+    doc.setSelectedTag(21);
+    doc.generatePreviewsOnThread();
+    f[1]->previewObject()->setComponents({NameComponent::filename(u"as shown.jpg"_s)});
+    doc.startProcessing(0);
+    EXPECT_EQ(tree.list(u"shown"_s), (QStringList{u"a.JPG"_s, u"as shown.jpg"_s}));
+
+    batch({u"other/Ab.jpg"_s});
+    doc.generatePreviewsOnThread(); // lowercase: "ab.jpg"
+    doc.setSelectedTag(20);         // uppercase, never previewed
+    doc.startProcessing(0);
+    EXPECT_EQ(tree.list(u"other"_s), QStringList{u"AB.jpg"_s});
+}
+
 } // namespace
