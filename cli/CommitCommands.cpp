@@ -3,6 +3,7 @@
 #include "FileMover.h"
 #include "MyDocument.h"
 #include "Preferences.h"
+#include "PreviewRows.h"
 #include "RenameJournal.h"
 
 #include <QFileInfo>
@@ -175,21 +176,19 @@ std::optional<int> runJournalCommand(const CommitOptions& o) {
     return std::nullopt;
 }
 
-int runCommit(MyDocument& doc, const CommitOptions& o) {
-    int changed = 0;
+int runCommit(MyDocument& doc, const CommitOptions& o, const PreviewRows& rows) {
+    const int changed = rows.changed;
     QStringList conflicting;
-    // The names before the commit, to tell files left alone from files moved
-    // aside afterwards (the commit keeps the list's order).
-    QStringList before;
-    before.reserve(doc.fileCount());
-    for (const FileItemPtr& item : doc.fileArray()) {
-        const FileItemPtr preview = item->previewObject();
-        before.append(item->fileName());
-        const QString next = preview ? preview->fileName() : before.last();
-        if (next != before.last()) ++changed;
-        if (preview && preview->isConflicting())
-            conflicting.append(item->fullPath() + QStringLiteral(" -> ") + next);
+    if (rows.conflicts > 0) {
+        const FileList files = doc.fileArray();
+        for (qsizetype i = 0; i < files.size(); ++i)
+            if (rows.conflicting[i])
+                conflicting.append(files[i]->fullPath() + QStringLiteral(" -> ") +
+                                   rows.newNames[i]);
     }
+    // The names before the commit tell files left alone from files moved
+    // aside afterwards (the commit keeps the list's order).
+    const QStringList& before = rows.names;
     if (!conflicting.isEmpty() && !o.allowConflicts) {
         err(QStringLiteral("seqmate-cli: not renaming: %1 file%2 would get the same name as "
                            "another (--allow-conflicts renames anyway):")

@@ -5,6 +5,7 @@
 #include <string>
 
 class MyDocument;
+struct PreviewRows;
 
 // The command line's commit: --apply after the preview, and the journal
 // commands --undo and --recover, which need no PATH.
@@ -24,8 +25,9 @@ void addCommitOptions(CLI::App& app, CommitOptions& options);
 // neither was asked for.
 std::optional<int> runJournalCommand(const CommitOptions& options);
 
-// After the preview: refuses on conflicts (3) or without a confirmation (2),
-// asks on a terminal, commits with Ctrl-C cancelling between files, prints the
-// summary and "journal: PATH" on standard error. 0 when every changed file was
-// renamed, 1 when some were not (their old names on standard error).
-int runCommit(MyDocument& doc, const CommitOptions& options);
+// After the preview (its rows as printed): refuses on conflicts (3) or
+// without a confirmation (2), asks on a terminal, commits with Ctrl-C
+// cancelling between files, prints the summary and "journal: PATH" on
+// standard error. 0 when every changed file was renamed, 1 when some were not
+// (their old names on standard error).
+int runCommit(MyDocument& doc, const CommitOptions& options, const PreviewRows& rows);

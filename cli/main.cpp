@@ -3,6 +3,7 @@
 #include "CommitCommands.h"
 #include "InTwoHalves.h"
 #include "MyDocument.h"
+#include "PreviewRows.h"
 #include "QXLocalPaths.h"
 #include "QXLog.h"
 #include "TerminalView.h"
@@ -102,53 +103,39 @@ void flushOutput(QByteArray& out, bool always = false) {
 
 // One JSON array of {"path", "old", "new", "conflict"} objects, in list order,
 // streamed in chunks.
-void printJson(const MyDocument& doc) {
+void printJson(const MyDocument& doc, const PreviewRows& rows) {
     const FileList files = doc.fileArray();
     QByteArray out = "[";
     for (qsizetype i = 0; i < files.size(); ++i) {
-        const FileItemPtr& item = files[i];
-        const FileItemPtr preview = item->previewObject();
         out += i == 0 ? "\n  {\"path\": " : ",\n  {\"path\": ";
-        appendJsonString(out, item->fullPath());
+        appendJsonString(out, files[i]->fullPath());
         out += ", \"old\": ";
-        appendJsonString(out, item->fileName());
+        appendJsonString(out, rows.names[i]);
         out += ", \"new\": ";
-        appendJsonString(out, preview ? preview->fileName() : item->fileName());
-        out += preview && preview->isConflicting() ? ", \"conflict\": true}"
-                                                   : ", \"conflict\": false}";
+        appendJsonString(out, rows.newNames[i]);
+        out += rows.conflicting[i] ? ", \"conflict\": true}" : ", \"conflict\": false}";
         flushOutput(out);
     }
     out += files.isEmpty() ? "]\n" : "\n]\n";
     flushOutput(out, true);
 }
 
-// The rows are gathered and formatted in two halves on two threads: at
-// 100,000 names the table is a visible part of an apply's time, while the
-// second core waits. The first half goes out as it is formatted, the second
-// once it is done.
-void printTable(const MyDocument& doc, bool fullPaths) {
-    const FileList files = doc.fileArray();
-    const qsizetype count = files.size();
-    QStringList olds(count), nexts(count);
-    QList<bool> conflict(count);
-    struct Tally {
-        qsizetype width = 0;
-        int changed = 0, conflicts = 0;
-    } halves[2];
-    inTwoHalves(count, kTwoHalvesMinimum, [&](qsizetype from, qsizetype to) {
-        Tally& tally = halves[from == 0 ? 0 : 1];
-        for (qsizetype i = from; i < to; ++i) {
-            const FileItemPtr preview = files[i]->previewObject();
-            const QString old = files[i]->fileName();
-            olds[i] = fullPaths ? files[i]->displayName() : old;
-            nexts[i] = preview ? preview->fileName() : old;
-            conflict[i] = preview && preview->isConflicting();
-            tally.width = std::max(tally.width, olds[i].size());
-            if (nexts[i] != old) ++tally.changed;
-            if (conflict[i]) ++tally.conflicts;
-        }
-    });
-    const qsizetype width = std::max(halves[0].width, halves[1].width);
+// The rows are formatted in two halves on two threads: at 100,000 names the
+// table is a visible part of an apply's time, while the second core waits.
+// The first half goes out as it is formatted, the second once it is done.
+void printTable(const MyDocument& doc, const PreviewRows& rows, bool fullPaths) {
+    const qsizetype count = rows.names.size();
+    QStringList shownFullPaths;
+    if (fullPaths) {
+        const FileList files = doc.fileArray();
+        shownFullPaths.reserve(count);
+        for (const FileItemPtr& item : files)
+            shownFullPaths.append(item->displayName());
+    }
+    const QStringList& olds = fullPaths ? shownFullPaths : rows.names;
+    qsizetype width = 0;
+    for (const QString& old : olds)
+        width = std::max(width, old.size());
     QByteArray second;
     inTwoHalves(count, kTwoHalvesMinimum, [&](qsizetype from, qsizetype to) {
         QByteArray local;
@@ -157,15 +144,15 @@ void printTable(const MyDocument& doc, bool fullPaths) {
             appendLocal8Bit(out, olds[i]);
             out.append(std::max<qsizetype>(width - olds[i].size(), 0), ' ');
             out += " -> ";
-            appendLocal8Bit(out, nexts[i]);
-            out += conflict[i] ? "  [conflict]\n" : "\n";
+            appendLocal8Bit(out, rows.newNames[i]);
+            out += rows.conflicting[i] ? "  [conflict]\n" : "\n";
             if (from == 0) flushOutput(out);
         }
         if (from == 0) flushOutput(out, true);
     });
     flushOutput(second, true);
     std::printf("%lld file(s), %d to rename, %d conflict(s)\n", static_cast<long long>(count),
-                halves[0].changed + halves[1].changed, halves[0].conflicts + halves[1].conflicts);
+                rows.changed, rows.conflicts);
 }
 } // namespace
 
@@ -287,11 +274,12 @@ int main(int argc, char** argv) {
         return 0;
     }
     doc.generatePreviewsOnThread();
+    const PreviewRows rows = PreviewRows::gather(doc);
     if (o.json)
-        printJson(doc);
+        printJson(doc, rows);
     else
-        printTable(doc, o.fullPaths);
-    const int status = commit.apply ? runCommit(doc, commit) : 0;
+        printTable(doc, rows, o.fullPaths);
+    const int status = commit.apply ? runCommit(doc, commit, rows) : 0;
     QXLog::finishWriting();
     return status;
 }
