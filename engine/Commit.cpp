@@ -3,6 +3,7 @@
 #include "FileMover.h"
 #include "MyDocument.h"
 #include "Preferences.h"
+#include "PreviewPipeline.h"
 #include "QXDate.h"
 #include "QXLocalPaths.h"
 #include "QXLog.h"
@@ -584,6 +585,7 @@ void MyDocument::startProcessing(int count) {
     }
     startProgress();
     const bool ok = runCommitTask(selectedTag(), dictionaryFromSettings());
+    m_previews->forgetComplete();
     endProgress();
     view().reloadTable(true);
     view().requestAttention();

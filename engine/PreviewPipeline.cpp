@@ -23,6 +23,11 @@ void PreviewPipeline::cancelAll() {
     m_pool.clear();
 }
 
+void PreviewPipeline::forgetComplete() {
+    QMutexLocker lock(&m_completeMutex);
+    m_completeTag.store(0);
+}
+
 void PreviewPipeline::waitForDone() {
     m_pool.waitForDone();
 }

@@ -23,6 +23,8 @@ public:
     // The task whose previews the last run made in full (every batch run and
     // succeeded, nothing cancelled since); 0 when there is none.
     int completeTag() const { return m_completeTag.load(); }
+    // The items changed (a commit renamed them): the previews no longer describe them.
+    void forgetComplete();
     // Batch bounds for a list of count items: each batch holds 50 items but
     // the last, which holds the rest (50 to 99).
     static QList<QPair<int, int>> batches(int count);

@@ -506,6 +506,10 @@ TEST_F(StartProcessingTest, CommitFromCurrentPreviewsRenamesAsTheTaskWould) {
     f[1]->previewObject()->setComponents({NameComponent::filename(u"as shown.jpg"_s)});
     doc.startProcessing(0);
     EXPECT_EQ(tree.list(u"shown"_s), (QStringList{u"a.JPG"_s, u"as shown.jpg"_s}));
+    // The commit left the previews stale: the next one runs the task again.
+    f[0]->previewObject()->setComponents({NameComponent::filename(u"stale.jpg"_s)});
+    doc.startProcessing(0);
+    EXPECT_EQ(tree.list(u"shown"_s), (QStringList{u"a.JPG"_s, u"as shown.jpg"_s}));
 
     batch({u"other/Ab.jpg"_s});
     doc.generatePreviewsOnThread(); // lowercase: "ab.jpg"
