@@ -337,9 +337,8 @@ QString QXLocalPaths::uuid() {
     // A random (version 4) UUID from the process's securely seeded generator:
     // the system source reads the hardware generator per word, which is slow
     // under virtual machines, and a commit asks for one per case-only rename.
-    // Hex digits need no Unicode case mapping either.
-    // Written out digit by digit, in the byte order of its text form: going
-    // through QUuid's own formatting took four strings per name.
+    // It is written out digit by digit, upper case, in the byte order of its
+    // text form: QUuid's formatting and a case mapping took four strings per name.
     std::array<quint32, 4> words;
     QRandomGenerator::global()->fillRange(words.data(), static_cast<qsizetype>(words.size()));
     std::array<uchar, 16> bytes;
