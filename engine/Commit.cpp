@@ -10,7 +10,6 @@
 #include "RenameJournal.h"
 
 #include <QDateTime>
-#include <QFile>
 #include <QVarLengthArray>
 
 #include <algorithm>

@@ -9,7 +9,6 @@
 #include <QHash>
 #include <QUuid>
 
-#include <algorithm>
 #include <cerrno>
 #include <charconv>
 #include <cstring>
