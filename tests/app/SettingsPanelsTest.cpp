@@ -1,9 +1,11 @@
-// The task pop-up and the settings panels in their scroll area.
+// The task pop-up, the settings panels in their scroll area, and preferences.
 #include "AppTest.h"
 #include "MyDocument.h"
+#include "PreferencesDialog.h"
 #include "QXClipView.h"
 #include "SettingsPanel.h"
 #include "TaskPopUp.h"
+#include "UserDefaults.h"
 #include "panels/BlankPanel.h"
 #include "panels/FindReplacePanel.h"
 
@@ -11,7 +13,9 @@
 #include <QComboBox>
 #include <QLabel>
 #include <QLineEdit>
+#include <QRadioButton>
 #include <QScrollArea>
+#include <QSettings>
 #include <QSignalSpy>
 
 #include <numeric>
@@ -278,6 +282,51 @@ private slots:
         QCOMPARE(find->regexError(), QStringLiteral("U_REGEX_MISSING_CLOSE_BRACKET"));
         find->setRegexError(QString());
         QCOMPARE(line->text(), QString());
+    }
+
+    void preferencesAreStoredAtOnce() {
+        QSettings stored(QStringLiteral("Corvane"), QStringLiteral("Seqmate"));
+        stored.setValue(UserDefaults::conflictActionKey, 5); // none of the three
+        stored.setValue(UserDefaults::showFullSourcePathsKey, 0);
+        PreferencesDialog dialog;
+        dialog.show();
+        auto radio = [&](const char* name) {
+            return dialog.findChild<QRadioButton*>(QString::fromLatin1(name));
+        };
+        auto* move = radio("conflictMoveRadio");
+        auto* rename = radio("conflictRenameRadio");
+        auto* trash = radio("conflictTrashRadio");
+        auto* paths = dialog.findChild<QCheckBox*>(QStringLiteral("showFullSourcePathsCheck"));
+        QVERIFY(move && rename && trash && paths);
+        QVERIFY(!move->isChecked() && !rename->isChecked() && !trash->isChecked());
+        QVERIFY(!paths->isChecked());
+
+        QSignalSpy changed(UserDefaults::instance(), &UserDefaults::changed);
+        QTest::mouseClick(trash, Qt::LeftButton);
+        QCOMPARE(QSettings(QStringLiteral("Corvane"), QStringLiteral("Seqmate"))
+                     .value(QStringLiteral("conflictAction"))
+                     .toInt(),
+                 2);
+        QTest::mouseClick(rename, Qt::LeftButton);
+        QTest::mouseClick(move, Qt::LeftButton);
+        QCOMPARE(UserDefaults::instance()->conflictAction(), 0);
+        QTest::mouseClick(paths, Qt::LeftButton);
+        QCOMPARE(QSettings(QStringLiteral("Corvane"), QStringLiteral("Seqmate"))
+                     .value(QStringLiteral("showFullSourcePaths"))
+                     .toInt(),
+                 1);
+        QCOMPARE(changed.size(), 4);
+        QCOMPARE(changed.last().first().toString(), QStringLiteral("showFullSourcePaths"));
+        // Clicking the choice already made stores nothing new.
+        QTest::mouseClick(move, Qt::LeftButton);
+        QCOMPARE(changed.size(), 4);
+
+        // A value stored elsewhere shows when the dialog is opened again.
+        dialog.hide();
+        stored.setValue(UserDefaults::conflictActionKey, 1);
+        dialog.show();
+        QVERIFY(rename->isChecked());
+        QVERIFY(paths->isChecked());
     }
 };
 
