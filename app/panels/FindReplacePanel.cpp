@@ -9,9 +9,20 @@ FindReplacePanel::FindReplacePanel(QWidget* parent)
     // The line keeps its height while empty, so the form does not jump as
     // the pattern turns valid and invalid with each keystroke.
     m_ui->findErrorText->setMinimumHeight(m_ui->findErrorText->fontMetrics().height());
-    QPalette palette = m_ui->findErrorText->palette();
-    palette.setColor(QPalette::WindowText, QColor(0xb0, 0x1c, 0x1c));
-    m_ui->findErrorText->setPalette(palette);
+    colorErrorLine();
+}
+
+void FindReplacePanel::changeEvent(QEvent* event) {
+    SettingsPanel::changeEvent(event);
+    if (event->type() == QEvent::PaletteChange) colorErrorLine();
+}
+
+void FindReplacePanel::colorErrorLine() {
+    // A red that reads on the window's background, light theme or dark.
+    const bool dark = palette().color(QPalette::Window).lightness() < 128;
+    QPalette line = m_ui->findErrorText->palette();
+    line.setColor(QPalette::WindowText, dark ? QColor(0xff, 0x7b, 0x72) : QColor(0xb0, 0x1c, 0x1c));
+    m_ui->findErrorText->setPalette(line);
 }
 
 FindReplacePanel::~FindReplacePanel() {

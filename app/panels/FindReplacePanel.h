@@ -18,6 +18,11 @@ public:
     void setRegexError(const QString& message);
     QString regexError() const;
 
+protected:
+    void changeEvent(QEvent* event) override;
+
 private:
+    void colorErrorLine();
+
     Ui::FindReplacePanel* m_ui;
 };
