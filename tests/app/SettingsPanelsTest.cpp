@@ -1,6 +1,7 @@
 // The task pop-up, the settings panels in their scroll area, and preferences.
 #include "AppTest.h"
 #include "MyDocument.h"
+#include "Preferences.h"
 #include "PreferencesDialog.h"
 #include "QXClipView.h"
 #include "SettingsPanel.h"
@@ -303,18 +304,13 @@ private slots:
 
         QSignalSpy changed(UserDefaults::instance(), &UserDefaults::changed);
         QTest::mouseClick(trash, Qt::LeftButton);
-        QCOMPARE(QSettings(QStringLiteral("Corvane"), QStringLiteral("Seqmate"))
-                     .value(QStringLiteral("conflictAction"))
-                     .toInt(),
-                 2);
+        QCOMPARE(stored.value(QStringLiteral("conflictAction")).toInt(), 2);
         QTest::mouseClick(rename, Qt::LeftButton);
         QTest::mouseClick(move, Qt::LeftButton);
-        QCOMPARE(UserDefaults::instance()->conflictAction(), 0);
+        QCOMPARE(Preferences::conflictAction(), 0); // what the commit will read
         QTest::mouseClick(paths, Qt::LeftButton);
-        QCOMPARE(QSettings(QStringLiteral("Corvane"), QStringLiteral("Seqmate"))
-                     .value(QStringLiteral("showFullSourcePaths"))
-                     .toInt(),
-                 1);
+        QCOMPARE(stored.value(QStringLiteral("showFullSourcePaths")).toInt(), 1);
+        QVERIFY(Preferences::showFullSourcePaths());
         QCOMPARE(changed.size(), 4);
         QCOMPARE(changed.last().first().toString(), QStringLiteral("showFullSourcePaths"));
         // Clicking the choice already made stores nothing new.
