@@ -10,9 +10,9 @@
 #include "UpdateCheck.h"
 
 #include <QApplication>
-#include <QIcon>
 #include <QDialog>
 #include <QFileInfo>
+#include <QIcon>
 #include <QMessageBox>
 #include <QPointer>
 #include <QSettings>
@@ -32,8 +32,7 @@ bool isBatchFile(const QString& path) {
 
 } // namespace
 
-AppController::AppController(DocumentHost& host, QObject* parent)
-    : QObject(parent), m_host(host) {
+AppController::AppController(DocumentHost& host, QObject* parent) : QObject(parent), m_host(host) {
     QCoreApplication::setApplicationName(applicationName());
     QCoreApplication::setOrganizationName(QStringLiteral("Corvane"));
     // The library's resources are not referenced by name, so a static link would drop them.
@@ -51,10 +50,8 @@ AppController::AppController(DocumentHost& host, QObject* parent)
     QXLog::createNewLog(applicationName());
     registerDefaults();
 
-    QXTroubleshootingUtils::setFrontEnd(
-        std::make_shared<TroubleshootingFrontEnd>([self]() -> QWidget* {
-            return self ? self->m_host.frontmostWindow() : nullptr;
-        }));
+    QXTroubleshootingUtils::setFrontEnd(std::make_shared<TroubleshootingFrontEnd>(
+        [self]() -> QWidget* { return self ? self->m_host.frontmostWindow() : nullptr; }));
     connect(qApp, &QCoreApplication::aboutToQuit, this, &AppController::applicationWillTerminate);
 }
 

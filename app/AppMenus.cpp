@@ -85,7 +85,8 @@ void AppController::helpUserManual() {
 void AppController::addMenus(QMenuBar* menuBar) {
     QMenu* help = menuBar->addMenu(tr("&Help"));
     help->setObjectName(QStringLiteral("helpMenu"));
-    const auto add = [this, help](const QString& text, const char* name, void (AppController::*slot)()) {
+    const auto add = [this, help](const QString& text, const char* name,
+                                  void (AppController::*slot)()) {
         QAction* action = help->addAction(text, this, slot);
         action->setObjectName(QString::fromLatin1(name));
         return action;

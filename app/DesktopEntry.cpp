@@ -18,12 +18,25 @@ QString unescapeValue(QStringView raw) {
             continue;
         }
         switch (raw[++i].unicode()) {
-        case u's': out += u' '; break;
-        case u'n': out += u'\n'; break;
-        case u't': out += u'\t'; break;
-        case u'r': out += u'\r'; break;
-        case u'\\': out += u'\\'; break;
-        default: out += u'\\'; out += raw[i]; break;
+        case u's':
+            out += u' ';
+            break;
+        case u'n':
+            out += u'\n';
+            break;
+        case u't':
+            out += u'\t';
+            break;
+        case u'r':
+            out += u'\r';
+            break;
+        case u'\\':
+            out += u'\\';
+            break;
+        default:
+            out += u'\\';
+            out += raw[i];
+            break;
         }
     }
     return out;
@@ -32,8 +45,7 @@ QString unescapeValue(QStringView raw) {
 // An argument made only of a field code stands for the files or URLs the
 // entry is started with; we pass our own arguments instead.
 bool isFieldCodeOnly(const QString& arg) {
-    return arg.size() == 2 && arg[0] == u'%' &&
-           QStringLiteral("fFuUdDnNickvm").contains(arg[1]);
+    return arg.size() == 2 && arg[0] == u'%' && QStringLiteral("fFuUdDnNickvm").contains(arg[1]);
 }
 
 QString expandFieldCodes(const QString& arg) {
@@ -99,8 +111,10 @@ QStringList DesktopEntry::splitExec(const QString& exec) {
             inArg = false;
         } else {
             inArg = true;
-            if (c == u'"') quoted = true;
-            else current += c;
+            if (c == u'"')
+                quoted = true;
+            else
+                current += c;
         }
     }
     if (quoted) return {};

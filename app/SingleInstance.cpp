@@ -68,8 +68,8 @@ bool SingleInstance::listen() {
         // gone (it crashed or was killed).
         QLocalServer::removeServer(m_name);
         if (!server->listen(m_name)) {
-            QXLog::appendLog(
-                QStringLiteral("Unable to listen for other launches: %1").arg(server->errorString()));
+            QXLog::appendLog(QStringLiteral("Unable to listen for other launches: %1")
+                                 .arg(server->errorString()));
             delete server;
             return false;
         }

@@ -65,8 +65,8 @@ BugReportWindow::BugReportWindow(const QString& reportPath, QWidget* parent)
         m_report->setPlainText(QString::fromUtf8(m_text));
         m_status->setText(tr("Crash report: %1").arg(reportPath));
     } else {
-        m_headline->setText(tr("Unable to read crash report %1: %2")
-                                .arg(reportPath, file.errorString()));
+        m_headline->setText(
+            tr("Unable to read crash report %1: %2").arg(reportPath, file.errorString()));
         m_report->hide();
     }
     m_saveButton->setEnabled(m_readable);
@@ -86,8 +86,8 @@ QString BugReportWindow::saveTo(const QString& path) {
 
 void BugReportWindow::save() {
     const QString folder = QStandardPaths::writableLocation(QStandardPaths::DesktopLocation);
-    const QString path = QFileDialog::getSaveFileName(
-        this, tr("Save Crash Report"), folder + u'/' + QFileInfo(m_path).fileName());
+    const QString path = QFileDialog::getSaveFileName(this, tr("Save Crash Report"),
+                                                      folder + u'/' + QFileInfo(m_path).fileName());
     if (!path.isEmpty()) saveTo(path);
 }
 

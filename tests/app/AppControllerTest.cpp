@@ -86,9 +86,10 @@ private slots:
         // The previous run ended without a clean exit and left a report.
         defaults().setValue(u"launch"_s, QDateTime::currentDateTime().addSecs(-60));
         defaults().sync();
-        const QString report = writeText(QXLocalPaths::logDirectory(true) +
-                                             u"/DiagnosticReports/Seqmate_2011-03-03-140509_h.crash"_s,
-                                         "Signal: 11\n");
+        const QString report =
+            writeText(QXLocalPaths::logDirectory(true) +
+                          u"/DiagnosticReports/Seqmate_2011-03-03-140509_h.crash"_s,
+                      "Signal: 11\n");
         FakeDocumentHost host;
         AppController controller(host);
         QSignalSpy crashed(&controller, &AppController::previousRunCrashed);
@@ -113,9 +114,13 @@ private slots:
             QStringList paths, calls;
         } cases[] = {
             // The images join the frontmost window: the last batch opened.
-            {"mixed", 0, {u"a.sqb"_s, u"f1.exr"_s, u"/x/B.SQB"_s, u"f2.exr"_s},
+            {"mixed",
+             0,
+             {u"a.sqb"_s, u"f1.exr"_s, u"/x/B.SQB"_s, u"f2.exr"_s},
              {u"open a.sqb"_s, u"open B.SQB"_s, u"add f1.exr,f2.exr"_s}},
-            {"nothing open", 0, {u"f.jpg"_s, u"batch.sqb.bak"_s},
+            {"nothing open",
+             0,
+             {u"f.jpg"_s, u"batch.sqb.bak"_s},
              {u"new"_s, u"add f.jpg,batch.sqb.bak"_s}},
             {"a window open", 1, {u"f.jpg"_s}, {u"add f.jpg"_s}},
             {"batch files only", 0, {u"a.Sqb"_s}, {u"open a.Sqb"_s}},
@@ -126,7 +131,8 @@ private slots:
             host.calls.clear();
             host.documents = c.documents;
             controller.openFiles(c.paths);
-            QVERIFY2(host.calls == c.calls, qPrintable(QString::fromLatin1(c.name) + u": "_s + host.calls.join(u';')));
+            QVERIFY2(host.calls == c.calls,
+                     qPrintable(QString::fromLatin1(c.name) + u": "_s + host.calls.join(u';')));
         }
     }
 
@@ -155,10 +161,10 @@ private slots:
         for (const auto& c : cases)
             QCOMPARE(DesktopEntry::splitExec(c.exec), c.args);
 
-        const QString path = writeText(
-            QDir::tempPath() + u"/seqmate-entry-test.desktop"_s,
-            "[Other]\nExec=wrong\n# comment\n[Desktop Entry]\nType=Application\n"
-            "Name[de]=X\nExec=\"run\\sit\" %U --pct=100%% %i\n");
+        const QString path =
+            writeText(QDir::tempPath() + u"/seqmate-entry-test.desktop"_s,
+                      "[Other]\nExec=wrong\n# comment\n[Desktop Entry]\nType=Application\n"
+                      "Name[de]=X\nExec=\"run\\sit\" %U --pct=100%% %i\n");
         DesktopEntry entry;
         QVERIFY(entry.load(path));
         QCOMPARE(entry.command(), QStringList({u"run it"_s, u"--pct=100%"_s}));
@@ -182,8 +188,10 @@ private slots:
             QVariant value; // invalid: no preferences file
             bool runs;
         } cases[] = {
-            {"no preferences", QVariant(), true},   {"false", false, false},
-            {"zero", 0, false},                     {"true", true, true},
+            {"no preferences", QVariant(), true},
+            {"false", false, false},
+            {"zero", 0, false},
+            {"true", true, true},
             {"a string is not a number", u"0"_s, true},
         };
         for (const auto& c : cases) {
@@ -199,7 +207,8 @@ private slots:
                 QFile f(argsFile);
                 QVERIFY(f.open(QIODevice::ReadOnly));
                 QCOMPARE(QString::fromUtf8(f.readAll()),
-                         u"--quiet\n-checkpath\n"_s + QCoreApplication::applicationFilePath() + u'\n');
+                         u"--quiet\n-checkpath\n"_s + QCoreApplication::applicationFilePath() +
+                             u'\n');
             } else {
                 QTest::qWait(300);
                 QVERIFY2(!QFileInfo::exists(argsFile), c.name);
@@ -225,8 +234,8 @@ private slots:
             trigger(item);
         QCOMPARE(recorder.urls.size(), 5); // no manual installed: nothing opened
         QVERIFY(recorder.urls[3].toString().endsWith(u"/tesselkit/featurerequest?app=seqmate"_s));
-        QVERIFY(recorder.urls[4].toString().endsWith(u"/tesselkit/bugreport?app=seqmate&version="_s +
-                                                     QStringLiteral(SEQMATE_VERSION)));
+        QVERIFY(recorder.urls[4].toString().endsWith(
+            u"/tesselkit/bugreport?app=seqmate&version="_s + QStringLiteral(SEQMATE_VERSION)));
 
         MessageBoxAnswerer boxes;
         trigger("viewLog"); // the log this launch started

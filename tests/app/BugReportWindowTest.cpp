@@ -1,5 +1,5 @@
-#include "AppTest.h"
 #include "BugReportWindow.h"
+#include "AppTest.h"
 
 #include <QClipboard>
 #include <QLabel>

@@ -1,5 +1,5 @@
-#include "AppTest.h"
 #include "SingleInstance.h"
+#include "AppTest.h"
 
 #include <QSignalSpy>
 #include <QThread>
@@ -36,8 +36,8 @@ private slots:
         QVERIFY(handOverFromAnotherThread(socketPath(), {u"rel/shot.0001.exr"_s, u"/abs/B.SQB"_s}));
         QTRY_COMPARE(received.size(), 1);
         QCOMPARE(received.first().first().toStringList(),
-                 QStringList({QDir::current().absoluteFilePath(u"rel/shot.0001.exr"_s),
-                              u"/abs/B.SQB"_s}));
+                 QStringList(
+                     {QDir::current().absoluteFilePath(u"rel/shot.0001.exr"_s), u"/abs/B.SQB"_s}));
         QVERIFY(handOverFromAnotherThread(socketPath(), {}));
         QTRY_COMPARE(received.size(), 2);
         QCOMPARE(received.last().first().toStringList(), QStringList());
@@ -55,7 +55,8 @@ private slots:
         QVERIFY(QFileInfo::exists(QString::fromUtf8(path)));
 
         SingleInstance second(QString::fromUtf8(path));
-        QVERIFY(!second.handOver({u"x"_s}, 500)); // nobody answers: this launch opens its own window
+        QVERIFY(
+            !second.handOver({u"x"_s}, 500)); // nobody answers: this launch opens its own window
         QVERIFY(second.listen());
         QSignalSpy received(&second, &SingleInstance::filesReceived);
         QVERIFY(handOverFromAnotherThread(QString::fromUtf8(path), {u"/y"_s}));
