@@ -68,6 +68,8 @@ BugReportWindow::BugReportWindow(const QString& reportPath, QWidget* parent)
         m_headline->setText(
             tr("Unable to read crash report %1: %2").arg(reportPath, file.errorString()));
         m_report->hide();
+        m_status->hide();
+        resize(sizeHint().expandedTo(QSize(480, 0))); // no room kept for a text that is not there
     }
     m_saveButton->setEnabled(m_readable);
     m_copyButton->setEnabled(m_readable);
