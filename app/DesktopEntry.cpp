@@ -136,6 +136,9 @@ bool DesktopEntry::isLaunchable() const {
     const auto isTrue = [this](const char16_t* key) {
         return value(QString::fromUtf16(key)) == QLatin1String("true");
     };
+    // TryExec names a program that must exist for the entry to count as installed.
+    const QString tryExec = value(QStringLiteral("TryExec"));
+    if (!tryExec.isEmpty() && QStandardPaths::findExecutable(tryExec).isEmpty()) return false;
     return value(QStringLiteral("Type")) == QLatin1String("Application") && !isTrue(u"Hidden") &&
            !command().isEmpty();
 }

@@ -17,7 +17,7 @@ public:
     // ...) dropped and "%%" made "%". Empty when the line is missing or malformed.
     QStringList command() const;
     // Whether the entry describes an application that can be started: type
-    // "Application", not hidden, with a command.
+    // "Application", not hidden, its TryExec program present, with a command.
     bool isLaunchable() const;
 
     // The quoting rules of the Exec key, for a line whose general escapes
