@@ -17,6 +17,7 @@
 #include <QPointer>
 #include <QSettings>
 #include <QTimer>
+#include <QWidget>
 
 namespace {
 
@@ -96,6 +97,18 @@ void AppController::openFiles(const QStringList& paths) {
     if (others.isEmpty()) return;
     if (!m_host.hasOpenDocument()) m_host.newUntitledDocument();
     m_host.addToFrontmost(others);
+}
+
+void AppController::reopen(const QStringList& paths) {
+    if (!paths.isEmpty())
+        openFiles(paths);
+    else if (!m_host.hasOpenDocument())
+        m_host.newUntitledDocument();
+    if (QWidget* window = m_host.frontmostWindow()) {
+        window->showNormal();
+        window->raise();
+        window->activateWindow();
+    }
 }
 
 void AppController::applicationWillTerminate() {

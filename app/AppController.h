@@ -20,7 +20,7 @@ class QWidget;
 //      paths, exit 0 (nothing below runs, so the second launch records nothing);
 //   2. construct the AppController over the window registry's DocumentHost,
 //      and hand addMenus to the registry's menu bar hook;
-//   3. SingleInstance::listen(), its filesReceived connected to openFiles;
+//   3. SingleInstance::listen(), its filesReceived connected to reopen;
 //   4. launch(paths), then QApplication::exec().
 class AppController : public QObject {
     Q_OBJECT
@@ -38,6 +38,9 @@ public:
     // Batch files ("sqb" in any case) open as documents, in order; the other
     // paths join the frontmost document, or a new untitled one.
     void openFiles(const QStringList& paths);
+    // Another launch's paths: opened as above (with none, a new untitled batch
+    // when no window is open), then the frontmost window is brought forward.
+    void reopen(const QStringList& paths);
     // Records the clean exit; connected to QCoreApplication::aboutToQuit.
     void applicationWillTerminate();
 

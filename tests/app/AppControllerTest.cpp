@@ -134,6 +134,11 @@ private slots:
             QVERIFY2(host.calls == c.calls,
                      qPrintable(QString::fromLatin1(c.name) + u": "_s + host.calls.join(u';')));
         }
+        host.calls.clear();
+        host.documents = 0;
+        controller.reopen({}); // a second launch without paths
+        controller.reopen({});
+        QCOMPARE(host.calls, QStringList(u"new"_s));
     }
 
     void anUnreadableBatchIsLoggedAgainForEachLaterFileUntilANewError() {
