@@ -56,7 +56,8 @@ int showWindow(int argc, char** argv) {
     parser.process(app);
     const QStringList reports = parser.positionalArguments();
     if (reports.size() != 1) {
-        err(QStringLiteral("Usage: seqmate-bugreporter [--save FILE] [--copy FOLDER] REPORT"));
+        err(QStringLiteral(
+            "Usage: seqmate-bugreporter [--save FILE] [--copy FOLDER] [--no-window] REPORT"));
         return 2;
     }
     BugReportWindow window(reports.first());
@@ -91,7 +92,8 @@ int main(int argc, char** argv) {
 
     const QStringList reports = parser.positionalArguments();
     if (reports.size() != 1) {
-        err(QStringLiteral("Usage: seqmate-bugreporter [--save FILE] [--copy FOLDER] REPORT"));
+        err(QStringLiteral(
+            "Usage: seqmate-bugreporter [--save FILE] [--copy FOLDER] [--no-window] REPORT"));
         return 2;
     }
     const QString report = reports.first();
