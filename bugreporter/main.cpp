@@ -1,8 +1,12 @@
 // seqmate-bugreporter: shows the crash report of Seqmate's last run and keeps
 // a copy of it for support. Started by the application at launch after a
-// crash, with the report's path; the desktop front end gives it a window.
+// crash, with the report's path: then it opens a window. With --save or
+// --copy, --no-window, or no display to show a window on, it works on the
+// terminal instead.
+#include "BugReportWindow.h"
 #include "QXFileManager.h"
 
+#include <QApplication>
 #include <QCommandLineParser>
 #include <QCoreApplication>
 #include <QFile>
@@ -28,9 +32,44 @@ QString freeTarget(const QString& path) {
     return QXFileManager::uniqueFilename(path);
 }
 
+// Whether a window could be seen: a platform that draws nowhere (offscreen,
+// minimal) or no display at all would leave a window waiting for nobody.
+bool canShowWindow(int argc, char** argv) {
+    for (int i = 1; i < argc; ++i) {
+        const QByteArray arg(argv[i]);
+        if (arg == "--no-window" || arg == "--save" || arg == "--copy" ||
+            arg.startsWith("--save=") || arg.startsWith("--copy=") || arg == "-h" ||
+            arg == "--help")
+            return false;
+    }
+    const QByteArray platform = qgetenv("QT_QPA_PLATFORM");
+    if (platform.startsWith("offscreen") || platform.startsWith("minimal")) return false;
+    return !platform.isEmpty() || qEnvironmentVariableIsSet("DISPLAY") ||
+           qEnvironmentVariableIsSet("WAYLAND_DISPLAY");
+}
+
+int showWindow(int argc, char** argv) {
+    QApplication app(argc, argv);
+    QApplication::setApplicationName(QStringLiteral("seqmate-bugreporter"));
+    QCommandLineParser parser;
+    parser.addPositionalArgument(QStringLiteral("report"), QStringLiteral("The crash report."));
+    parser.process(app);
+    const QStringList reports = parser.positionalArguments();
+    if (reports.size() != 1) {
+        err(QStringLiteral(
+            "Usage: seqmate-bugreporter [--save FILE] [--copy FOLDER] [--no-window] REPORT"));
+        return 2;
+    }
+    BugReportWindow window(reports.first());
+    window.show();
+    const int status = app.exec();
+    return window.hasReport() ? status : 1;
+}
+
 } // namespace
 
 int main(int argc, char** argv) {
+    if (canShowWindow(argc, argv)) return showWindow(argc, argv);
     QCoreApplication app(argc, argv);
     QCoreApplication::setApplicationName(QStringLiteral("seqmate-bugreporter"));
     QCommandLineParser parser;
@@ -43,14 +82,18 @@ int main(int argc, char** argv) {
     const QCommandLineOption copy(QStringLiteral("copy"),
                                   QStringLiteral("Copy the report file into <folder>."),
                                   QStringLiteral("folder"));
+    const QCommandLineOption noWindow(QStringLiteral("no-window"),
+                                      QStringLiteral("Print the report instead of showing it."));
     parser.addOption(save);
     parser.addOption(copy);
+    parser.addOption(noWindow);
     parser.addPositionalArgument(QStringLiteral("report"), QStringLiteral("The crash report."));
     parser.process(app);
 
     const QStringList reports = parser.positionalArguments();
     if (reports.size() != 1) {
-        err(QStringLiteral("Usage: seqmate-bugreporter [--save FILE] [--copy FOLDER] REPORT"));
+        err(QStringLiteral(
+            "Usage: seqmate-bugreporter [--save FILE] [--copy FOLDER] [--no-window] REPORT"));
         return 2;
     }
     const QString report = reports.first();

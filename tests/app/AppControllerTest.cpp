@@ -1,0 +1,268 @@
+#include "AppController.h"
+#include "AppTest.h"
+#include "DesktopEntry.h"
+#include "FakeDocumentHost.h"
+#include "PropertyList.h"
+#include "QXBugReporter.h"
+#include "QXLocalPaths.h"
+#include "QXLog.h"
+#include "UpdateCheck.h"
+
+#include <QDateTime>
+#include <QDesktopServices>
+#include <QMenuBar>
+#include <QMessageBox>
+#include <QSettings>
+#include <QSignalSpy>
+#include <QStandardPaths>
+#include <QTimer>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+QSettings defaults() {
+    return QSettings(u"Corvane"_s, u"Seqmate"_s);
+}
+
+QString writeText(const QString& path, const QByteArray& text) {
+    QDir().mkpath(QFileInfo(path).path());
+    QFile f(path);
+    if (!f.open(QIODevice::WriteOnly) || f.write(text) != text.size()) return {};
+    return path;
+}
+
+QStringList logLinesWith(const QString& part) {
+    QXLog::finishWriting();
+    QFile f(QXLog::currentLogPath());
+    QStringList found;
+    if (!f.open(QIODevice::ReadOnly)) return found;
+    for (const QString& line : QString::fromUtf8(f.readAll()).split(u'\n'))
+        if (line.contains(part)) found << line.mid(line.indexOf(part));
+    return found;
+}
+
+// Answers every message box shown while it lives, keeping "text|informative".
+struct MessageBoxAnswerer {
+    QStringList seen;
+    QTimer timer;
+    MessageBoxAnswerer() {
+        QObject::connect(&timer, &QTimer::timeout, [this] {
+            if (auto* box = qobject_cast<QMessageBox*>(QApplication::activeModalWidget())) {
+                seen << box->text() + u'|' + box->informativeText();
+                box->accept();
+            }
+        });
+        timer.start(10);
+    }
+    QString take() { return seen.isEmpty() ? QString() : seen.takeFirst(); }
+};
+
+} // namespace
+
+// Receives what the program hands to the desktop to open.
+class UrlRecorder : public QObject {
+    Q_OBJECT
+public:
+    QList<QUrl> urls;
+public slots:
+    void open(const QUrl& url) { urls << url; }
+};
+
+class AppControllerTest : public QObject {
+    Q_OBJECT
+private slots:
+    void init() {
+        // An ordinary user: the super-user's log lives outside the private home.
+        QXLocalPaths::setUserIdForTesting(1000);
+        QXBugReporter::setReportHandler([](const QString&) { return true; });
+        QFile::remove(QXLocalPaths::vendorPreferencesPath());
+    }
+
+    void startUpRecordsTheLaunchAndKeepsTheUsersSettings() {
+        defaults().clear();
+        defaults().setValue(u"showFullSourcePaths"_s, 1);
+        // The previous run ended without a clean exit and left a report.
+        defaults().setValue(u"launch"_s, QDateTime::currentDateTime().addSecs(-60));
+        defaults().sync();
+        const QString report =
+            writeText(QXLocalPaths::logDirectory(true) +
+                          u"/DiagnosticReports/Seqmate_2011-03-03-140509_h.crash"_s,
+                      "Signal: 11\n");
+        FakeDocumentHost host;
+        AppController controller(host);
+        QSignalSpy crashed(&controller, &AppController::previousRunCrashed);
+        QVERIFY(crashed.wait(2000));
+        QCOMPARE(crashed.first().first().toString(), report);
+
+        QCOMPARE(defaults().value(u"conflictAction"_s).toInt(), 0);
+        QCOMPARE(defaults().value(u"showFullSourcePaths"_s).toInt(), 1);
+        QVERIFY(QFileInfo::exists(QXLog::currentLogPath()));
+        const QDateTime launch = defaults().value(u"launch"_s).toDateTime();
+        QVERIFY(launch.secsTo(QDateTime::currentDateTime()) < 30);
+        QVERIFY(!defaults().contains(u"exit"_s));
+        controller.applicationWillTerminate();
+        QVERIFY(defaults().value(u"exit"_s).toDateTime() >= launch);
+        QVERIFY(host.calls.isEmpty());                 // no window before launch()
+        QVERIFY(!QApplication::windowIcon().isNull()); // the library's resources were linked in
+    }
+
+    void filesFromOutsideOpenAsBatchesOrJoinTheFrontmostDocument() {
+        const struct {
+            const char* name;
+            int documents;
+            QStringList paths, calls;
+        } cases[] = {
+            // The images join the frontmost window: the last batch opened.
+            {"mixed",
+             0,
+             {u"a.sqb"_s, u"f1.exr"_s, u"/x/B.SQB"_s, u"f2.exr"_s},
+             {u"open a.sqb"_s, u"open B.SQB"_s, u"add f1.exr,f2.exr"_s}},
+            {"nothing open",
+             0,
+             {u"f.jpg"_s, u"batch.sqb.bak"_s},
+             {u"new"_s, u"add f.jpg,batch.sqb.bak"_s}},
+            {"a window open", 1, {u"f.jpg"_s}, {u"add f.jpg"_s}},
+            {"batch files only", 0, {u"a.Sqb"_s}, {u"open a.Sqb"_s}},
+        };
+        FakeDocumentHost host;
+        AppController controller(host);
+        for (const auto& c : cases) {
+            host.calls.clear();
+            host.documents = c.documents;
+            controller.openFiles(c.paths);
+            QVERIFY2(host.calls == c.calls,
+                     qPrintable(QString::fromLatin1(c.name) + u": "_s + host.calls.join(u';')));
+        }
+        host.calls.clear();
+        host.documents = 0;
+        controller.reopen({}); // a second launch without paths
+        controller.reopen({});
+        QCOMPARE(host.calls, QStringList(u"new"_s));
+    }
+
+    void anUnreadableBatchIsLoggedAgainForEachLaterFileUntilANewError() {
+        FakeDocumentHost host;
+        host.failures = {{u"bad.sqb"_s, u"bad is unreadable"_s},
+                         {u"worse.sqb"_s, u"worse is unreadable"_s}};
+        AppController controller(host);
+        controller.openFiles({u"bad.sqb"_s, u"good.sqb"_s, u"worse.sqb"_s, u"fine.sqb"_s});
+        QCOMPARE(host.calls, QStringList({u"open good.sqb"_s, u"open fine.sqb"_s}));
+        QCOMPARE(logLinesWith(u"Error: "_s),
+                 QStringList({u"Error: bad is unreadable"_s, u"Error: bad is unreadable"_s,
+                              u"Error: worse is unreadable"_s, u"Error: worse is unreadable"_s}));
+    }
+
+    void theExecLineIsSplitByTheDesktopEntryRules() {
+        const struct {
+            QString exec;
+            QStringList args;
+        } cases[] = {
+            {u"tool  -a   b"_s, {u"tool"_s, u"-a"_s, u"b"_s}},
+            {u"\"/opt/my tool\" \"x\\\"y\" \"a\\\\b\" \"\""_s,
+             {u"/opt/my tool"_s, u"x\"y"_s, u"a\\b"_s, {}}},
+            {u"\"open quote"_s, {}},
+        };
+        for (const auto& c : cases)
+            QCOMPARE(DesktopEntry::splitExec(c.exec), c.args);
+    }
+
+    void theUpdateProgramStartsUnlessTheVendorPreferencesTurnItOff() {
+        const QString argsFile = QDir::tempPath() + u"/seqmate-update-args.txt"_s;
+        const QString script = writeText(QDir::homePath() + u"/bin dir/update.sh"_s,
+                                         "#!/bin/sh\nprintf '%s\\n' \"$@\" > \"$ARGS_OUT\"\n");
+        QFile::setPermissions(script, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+        qputenv("ARGS_OUT", argsFile.toUtf8());
+        // Another group's keys, a localised key, the \s escape, field codes and "%%".
+        writeText(QStandardPaths::writableLocation(QStandardPaths::ApplicationsLocation) + u'/' +
+                      UpdateCheck::entryName(),
+                  "[Other]\nExec=wrong\n[Desktop Entry]\nType=Application\nExec[de]=wrong\n"
+                  "Exec=\"" +
+                      script.toUtf8().replace(" ", "\\s") + "\" --pct=100%% %F %i\n");
+        FakeDocumentHost host;
+        AppController controller(host);
+        const struct {
+            const char* name;
+            QVariant value; // invalid: no preferences file
+            bool runs;
+        } cases[] = {
+            {"no preferences", QVariant(), true},
+            {"false", false, false},
+            {"zero", 0, false},
+            {"true", true, true},
+            {"a string is not a number", u"0"_s, true},
+        };
+        for (const auto& c : cases) {
+            QFile::remove(argsFile);
+            QFile::remove(QXLocalPaths::vendorPreferencesPath());
+            QDir().mkpath(QXLocalPaths::prefsDirectory(true));
+            if (c.value.isValid())
+                QVERIFY(PropertyList::writeFile(QXLocalPaths::vendorPreferencesPath(),
+                                                QVariantMap{{u"SUCheckAtStartup"_s, c.value}}));
+            controller.applicationDidFinishLaunching();
+            if (c.runs) {
+                QTRY_VERIFY2(QFileInfo(argsFile).size() > 0, c.name);
+                QFile f(argsFile);
+                QVERIFY(f.open(QIODevice::ReadOnly));
+                QCOMPARE(QString::fromUtf8(f.readAll()),
+                         u"--pct=100%\n-checkpath\n"_s + QCoreApplication::applicationFilePath() +
+                             u'\n');
+            } else {
+                QTest::qWait(300);
+                QVERIFY2(!QFileInfo::exists(argsFile), c.name);
+            }
+        }
+    }
+
+    void theHelpItemsOpenTheirPagesAndTheLogItemsAnswerInMessageBoxes() {
+        UrlRecorder recorder;
+        QDesktopServices::setUrlHandler(u"https"_s, &recorder, "open");
+        QDesktopServices::setUrlHandler(u"file"_s, &recorder, "open");
+        FakeDocumentHost host;
+        AppController controller(host);
+        QMenuBar bar;
+        controller.addMenus(&bar);
+        const auto trigger = [&bar](const char* name) {
+            auto* action = bar.findChild<QAction*>(QString::fromLatin1(name));
+            QVERIFY2(action, name);
+            action->trigger();
+        };
+        for (const char* item : {"helpQXHome", "helpTesselkitHome", "helpSupport",
+                                 "helpSuggestFeature", "helpReportBug", "helpUserManual"})
+            trigger(item);
+        QCOMPARE(recorder.urls.size(), 5); // no manual installed: nothing opened
+        QVERIFY(recorder.urls[3].toString().endsWith(u"/tesselkit/featurerequest?app=seqmate"_s));
+        QVERIFY(recorder.urls[4].toString().endsWith(
+            u"/tesselkit/bugreport?app=seqmate&version="_s + QStringLiteral(SEQMATE_VERSION)));
+
+        MessageBoxAnswerer boxes;
+        trigger("viewLog"); // the log this launch started
+        QCOMPARE(recorder.urls.last(), QUrl::fromLocalFile(QXLog::currentLogPath()));
+        trigger("viewTaskLog");
+        trigger("gatherLogs");
+        QCOMPARE(boxes.take(), u"No log found|You must run the application as a task (e.g. through "
+                               u"Tasklane) before viewing a log."_s);
+        QCOMPARE(boxes.take(),
+                 u"Logs gathered successfully|The gathered logs were placed on your desktop."_s);
+        QVERIFY(boxes.seen.isEmpty());
+        QVERIFY(QFileInfo::exists(QXLocalPaths::desktopDirectory() + u"/Seqmate Logs.zip"_s));
+        QDesktopServices::unsetUrlHandler(u"https"_s);
+        QDesktopServices::unsetUrlHandler(u"file"_s);
+    }
+
+    void anAboutDialogThatCannotLoadIsLoggedAndReported() {
+        FakeDocumentHost host;
+        AppController controller(host);
+        controller.setAboutDialogFactory([](QWidget*) { return nullptr; });
+        MessageBoxAnswerer boxes;
+        controller.showAboutDialog();
+        QCOMPARE(boxes.seen, QStringList(u"Error: unable to load About dialog.|Please report this "
+                                         u"error to Corvane."_s));
+        QCOMPARE(logLinesWith(u"Error: unable"_s),
+                 QStringList(u"Error: unable to load About dialog. Please report this error to "
+                             u"Corvane."_s));
+    }
+};
+
+SEQMATE_APP_TEST_MAIN(AppControllerTest)
+#include "AppControllerTest.moc"
