@@ -92,7 +92,8 @@ void TokenField::insertToken(const QString& title) {
     // The caret follows the new token: the first unit where the lists differ,
     // past the separator and the token.
     qsizetype i = 0;
-    while (i < before.size() && before.at(i) == after.at(i)) ++i;
+    while (i < before.size() && before.at(i) == after.at(i))
+        ++i;
     m_list.setObjects(after);
     const qsizetype added = after.size() - before.size();
     m_list.setCaret(m_list.elementStart(std::min<qsizetype>(i + added, m_list.count())));
@@ -149,7 +150,7 @@ TokenField::Metrics TokenField::metrics() const {
     m.padY = 3;
     m.chipHeight = std::ceil(fm.height()) + 4;
     m.chipPadX = std::round(m.chipHeight / 2.5);
-    m.chipMarginX = 2;
+    m.chipMarginX = 3;
     m.lineHeight = m.chipHeight + 3;
     return m;
 }
@@ -178,10 +179,15 @@ QList<TokenField::Piece> TokenField::layoutFor(int width, int* height) const {
         const int len = m_list.unitLength(i);
         if (!m_list.isTextAt(i)) {
             Piece p{i, start, 1, 0, {}, TokenList::displayString(m_list.valueAt(i)), true};
-            const double w = fm.horizontalAdvance(p.text) + 2 * m.chipPadX;
-            x += m.chipMarginX;
-            place(p, w);
-            x += m.chipMarginX;
+            // A chip wider than a line shows its name elided.
+            const double room = right - left - 2 * m.chipMarginX;
+            double w = fm.horizontalAdvance(p.text) + 2 * m.chipPadX;
+            if (w > room) {
+                p.text = fm.elidedText(p.text, Qt::ElideRight, room - 2 * m.chipPadX);
+                w = room;
+            }
+            place(p, w + 2 * m.chipMarginX);
+            pieces.last().rect.adjust(m.chipMarginX, 0, -m.chipMarginX, 0);
         } else {
             int unit = start;
             for (QString chunk : chunksOf(m_list.valueAt(i).toString())) {
@@ -211,23 +217,30 @@ QList<TokenField::Piece> TokenField::layoutFor(int width, int* height) const {
         }
         start += len;
     }
-    if (height) *height = static_cast<int>(std::ceil(top + (line + 1) * m.lineHeight - 3 + m.padY +
-                                                     m.frame));
+    if (height)
+        *height =
+            static_cast<int>(std::ceil(top + (line + 1) * m.lineHeight - 3 + m.padY + m.frame));
     return pieces;
 }
 
 void TokenField::relayout() {
-    m_pieces = layoutFor(width(), nullptr);
-    updateGeometry();
+    int height = 0;
+    m_pieces = layoutFor(width(), &height);
+    // The height follows the lines the current width needs; layouts read it
+    // from sizeHint, as the vertical policy is fixed like a line edit's.
+    if (height != m_height) {
+        m_height = height;
+        updateGeometry();
+    }
     update();
 }
 
 QSize TokenField::sizeHint() const {
-    return {320, heightForWidth(320)};
+    return {320, m_height > 0 ? m_height : heightForWidth(320)};
 }
 
 QSize TokenField::minimumSizeHint() const {
-    return {80, heightForWidth(-1)};
+    return {120, heightForWidth(-1)};
 }
 
 int TokenField::heightForWidth(int width) const {
@@ -299,7 +312,8 @@ int TokenField::positionAt(const QPoint& point) const {
         }
         QTextBoundaryFinder finder(QTextBoundaryFinder::Grapheme, p.text);
         for (qsizetype k = 0; k >= 0; k = finder.toNextBoundary()) {
-            consider(p.start + static_cast<int>(k), p.rect.left() + fm.horizontalAdvance(p.text.left(k)));
+            consider(p.start + static_cast<int>(k),
+                     p.rect.left() + fm.horizontalAdvance(p.text.left(k)));
             if (k == p.text.size()) break;
         }
     }

@@ -100,6 +100,6 @@ private:
     TokenList m_list;
     QList<Piece> m_pieces;
     QBasicTimer m_blink;
+    int m_height = 0; // for the current width
     bool m_caretShown = true;
-    bool m_dragging = false;
 };

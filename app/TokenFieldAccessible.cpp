@@ -171,7 +171,8 @@ void TokenFieldAccessible::addSelection(int startOffset, int endOffset) {
 }
 
 void TokenFieldAccessible::removeSelection(int selectionIndex) {
-    if (selectionIndex == 0) field()->setSelection(field()->cursorPosition(), field()->cursorPosition());
+    if (selectionIndex == 0)
+        field()->setSelection(field()->cursorPosition(), field()->cursorPosition());
 }
 
 void TokenFieldAccessible::setSelection(int selectionIndex, int startOffset, int endOffset) {

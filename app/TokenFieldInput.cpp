@@ -18,33 +18,44 @@ bool isTyping(const QKeyEvent* event) {
     const Qt::KeyboardModifiers mods = event->modifiers();
     if ((mods & (Qt::ControlModifier | Qt::MetaModifier)) && !(mods & Qt::AltModifier))
         return false;
-    return std::all_of(text.begin(), text.end(), [](QChar c) {
-        return c.isPrint() || c.isSurrogate();
-    });
+    return std::all_of(text.begin(), text.end(),
+                       [](QChar c) { return c.isPrint() || c.isSurrogate(); });
 }
 
 } // namespace
 
 bool TokenField::isEditKey(QKeyEvent* event) {
     static const QKeySequence::StandardKey keys[] = {
-        QKeySequence::SelectAll,         QKeySequence::Copy,
-        QKeySequence::Cut,               QKeySequence::Paste,
-        QKeySequence::MoveToNextChar,    QKeySequence::MoveToPreviousChar,
-        QKeySequence::SelectNextChar,    QKeySequence::SelectPreviousChar,
-        QKeySequence::MoveToNextWord,    QKeySequence::MoveToPreviousWord,
-        QKeySequence::SelectNextWord,    QKeySequence::SelectPreviousWord,
-        QKeySequence::MoveToStartOfLine, QKeySequence::MoveToEndOfLine,
-        QKeySequence::SelectStartOfLine, QKeySequence::SelectEndOfLine,
-        QKeySequence::MoveToStartOfDocument, QKeySequence::MoveToEndOfDocument,
-        QKeySequence::SelectStartOfDocument, QKeySequence::SelectEndOfDocument,
-        QKeySequence::Backspace,         QKeySequence::Delete,
-        QKeySequence::DeleteStartOfWord, QKeySequence::DeleteEndOfWord,
+        QKeySequence::SelectAll,
+        QKeySequence::Copy,
+        QKeySequence::Cut,
+        QKeySequence::Paste,
+        QKeySequence::MoveToNextChar,
+        QKeySequence::MoveToPreviousChar,
+        QKeySequence::SelectNextChar,
+        QKeySequence::SelectPreviousChar,
+        QKeySequence::MoveToNextWord,
+        QKeySequence::MoveToPreviousWord,
+        QKeySequence::SelectNextWord,
+        QKeySequence::SelectPreviousWord,
+        QKeySequence::MoveToStartOfLine,
+        QKeySequence::MoveToEndOfLine,
+        QKeySequence::SelectStartOfLine,
+        QKeySequence::SelectEndOfLine,
+        QKeySequence::MoveToStartOfDocument,
+        QKeySequence::MoveToEndOfDocument,
+        QKeySequence::SelectStartOfDocument,
+        QKeySequence::SelectEndOfDocument,
+        QKeySequence::Backspace,
+        QKeySequence::Delete,
+        QKeySequence::DeleteStartOfWord,
+        QKeySequence::DeleteEndOfWord,
     };
     for (QKeySequence::StandardKey key : keys)
         if (event->matches(key)) return true;
     const int k = event->key();
-    return k == Qt::Key_Backspace || k == Qt::Key_Delete || k == Qt::Key_Home ||
-           k == Qt::Key_End || isTyping(event);
+    return k == Qt::Key_Backspace || k == Qt::Key_Delete || k == Qt::Key_Home || k == Qt::Key_End ||
+           isTyping(event);
 }
 
 bool TokenField::event(QEvent* event) {
@@ -159,7 +170,6 @@ void TokenField::mousePressEvent(QMouseEvent* event) {
     if (event->button() != Qt::LeftButton) return QWidget::mousePressEvent(event);
     const QPoint at = event->position().toPoint();
     const bool extend = event->modifiers() & Qt::ShiftModifier;
-    m_dragging = true;
     for (const Piece& p : m_pieces) {
         // A click on a chip selects it whole.
         if (p.chip && !extend && p.rect.contains(event->position())) {
@@ -171,7 +181,8 @@ void TokenField::mousePressEvent(QMouseEvent* event) {
 }
 
 void TokenField::mouseMoveEvent(QMouseEvent* event) {
-    if (!m_dragging || !(event->buttons() & Qt::LeftButton)) return;
+    // Moves reach this widget only after a press on it (the implicit grab).
+    if (!(event->buttons() & Qt::LeftButton)) return;
     moveCaret(positionAt(event->position().toPoint()), true);
 }
 
@@ -189,12 +200,13 @@ void TokenField::contextMenuEvent(QContextMenuEvent* event) {
     menu.addAction(tr("Copy"), this, &TokenField::copy)->setEnabled(selection);
     const QMimeData* mime = QGuiApplication::clipboard()->mimeData();
     menu.addAction(tr("Paste"), this, &TokenField::paste)->setEnabled(mime && mime->hasText());
-    menu.addAction(tr("Delete"), this, [this] {
-            if (m_list.removeSelection()) edited();
-        })->setEnabled(selection);
+    menu.addAction(tr("Delete"), this,
+                   [this] {
+                       if (m_list.removeSelection()) edited();
+                   })
+        ->setEnabled(selection);
     menu.addSeparator();
-    menu.addAction(tr("Select All"), this, &TokenField::selectAll)
-        ->setEnabled(m_list.length() > 0);
+    menu.addAction(tr("Select All"), this, &TokenField::selectAll)->setEnabled(m_list.length() > 0);
     menu.addSeparator();
     QMenu* insert = menu.addMenu(tr("Insert Token"));
     for (const QString& title : kindTitles())

@@ -55,13 +55,15 @@ QString TokenList::displayString(const QVariant& object) {
 
 void TokenList::setObjects(const QVariantList& objects) {
     m_elements.clear();
-    for (const QVariant& o : objects) m_elements.append(Element{o, isText(o)});
+    for (const QVariant& o : objects)
+        m_elements.append(Element{o, isText(o)});
     m_caret = m_anchor = length();
 }
 
 QVariantList TokenList::objects() const {
     QVariantList out;
-    for (const Element& e : m_elements) appendObject(out, e);
+    for (const Element& e : m_elements)
+        appendObject(out, e);
     return out;
 }
 
@@ -84,13 +86,15 @@ int TokenList::unitLength(qsizetype index) const {
 
 int TokenList::length() const {
     int n = 0;
-    for (qsizetype i = 0; i < m_elements.size(); ++i) n += unitLength(i);
+    for (qsizetype i = 0; i < m_elements.size(); ++i)
+        n += unitLength(i);
     return n;
 }
 
 int TokenList::elementStart(qsizetype index) const {
     int n = 0;
-    for (qsizetype i = 0; i < index; ++i) n += unitLength(i);
+    for (qsizetype i = 0; i < index; ++i)
+        n += unitLength(i);
     return n;
 }
 

@@ -1,8 +1,8 @@
 // The conform format field: object list, token menu, keyboard editing,
 // clipboard, layout and what assistive tools read.
+#include "TokenField.h"
 #include "AppTest.h"
 #include "MyDocument.h"
-#include "TokenField.h"
 #include "TokenMenuButton.h"
 
 #include <QAccessible>
@@ -53,8 +53,8 @@ void TokenFieldTest::roundTrip_data() {
     QTest::newRow("text, non-strings, empty kind")
         << QVariantList{str("take-"), tok("Today's Date"), 42, QVariantMap{}, str(""), str("@@ @@")}
         << QStringLiteral("take-Today's DateUnknownUnknown");
-    QTest::newRow("neighbouring runs stay apart") << QVariantList{str("a"), str("b")}
-                                                  << QStringLiteral("ab");
+    QTest::newRow("neighbouring runs stay apart")
+        << QVariantList{str("a"), str("b")} << QStringLiteral("ab");
 }
 
 void TokenFieldTest::roundTrip() {
@@ -132,9 +132,9 @@ void TokenFieldTest::keyboard_data() {
     QTest::newRow("Backspace in text takes one character")
         << QVariantList{str("ab"), fr} << QStringLiteral("Left Backspace")
         << QVariantList{str("a"), fr} << QString();
-    QTest::newRow("an emptied run goes") << QVariantList{fr, str("x"), ext}
-                                         << QStringLiteral("Left Backspace")
-                                         << QVariantList{fr, ext} << QString();
+    QTest::newRow("an emptied run goes")
+        << QVariantList{fr, str("x"), ext} << QStringLiteral("Left Backspace")
+        << QVariantList{fr, ext} << QString();
     QTest::newRow("surrogate pair is one step")
         << QVariantList{QString::fromUtf8("a\xF0\x9F\x8E\x9E")} << QStringLiteral("Backspace")
         << QVariantList{str("a")} << QString();
@@ -157,8 +157,8 @@ void TokenFieldTest::keyboard_data() {
         << QVariantList{fn, str("shot take")} << QStringLiteral("Ctrl+Backspace Ctrl+Backspace")
         << QVariantList{fn} << QString();
     QTest::newRow("Return changes nothing")
-        << QVariantList{str("a,b")} << QStringLiteral("Return Enter")
-        << QVariantList{str("a,b")} << QString();
+        << QVariantList{str("a,b")} << QStringLiteral("Return Enter") << QVariantList{str("a,b")}
+        << QString();
 }
 
 void TokenFieldTest::keyboard() {
@@ -185,7 +185,8 @@ void TokenFieldTest::typedTextStaysText() {
     // The format reads it as free text, not as the file's name.
     const QVariantList format = MyDocument::formatComponentsFromArray(field.tokens());
     QVERIFY(!format.isEmpty());
-    for (const QVariant& e : format) QVERIFY(!e.toMap().contains(QStringLiteral("Filename")));
+    for (const QVariant& e : format)
+        QVERIFY(!e.toMap().contains(QStringLiteral("Filename")));
 
     // Text typed between two chips is a run of its own; after a "." it joins the dot.
     field.setTokens({tok("Filename"), tok("Frame Number"), str("."), tok("File Extension")});
@@ -204,7 +205,8 @@ void TokenFieldTest::copyAndPaste() {
     QCOMPARE(QGuiApplication::clipboard()->text(), QStringLiteral(".File Extension"));
     press(&field, QStringLiteral("Ctrl+V"));
     // Chips copied from the field come back as chips.
-    const QVariantList twice = TokenField::defaultTokens() + QVariantList{str("."), tok("File Extension")};
+    const QVariantList twice =
+        TokenField::defaultTokens() + QVariantList{str("."), tok("File Extension")};
     QCOMPARE(field.tokens(), twice);
 
     // Text from elsewhere is text, whatever it looks like, and keeps to one line.
@@ -217,8 +219,8 @@ void TokenFieldTest::copyAndPaste() {
 
 void TokenFieldTest::layoutHitsItsOwnCarets() {
     TokenField field;
-    field.setTokens({tok("Filename"), str(" take two of the shot "), tok("Frame Number"),
-                     str("."), tok("File Extension"), str("x")});
+    field.setTokens({tok("Filename"), str(" take two of the shot "), tok("Frame Number"), str("."),
+                     tok("File Extension"), str("x")});
     for (int width : {600, 150}) {
         field.resize(width, field.heightForWidth(width));
         for (int pos = 0; pos <= field.content().length(); ++pos)
