@@ -72,7 +72,11 @@ QVariantList TokenField::defaultTokens() {
 }
 
 void TokenField::setTokens(const QVariantList& tokens) {
+    // The window may hand back the list the field just reported; the caret stays.
+    if (tokens == m_list.objects()) return;
     m_list.setObjects(tokens);
+    m_undo.clear();
+    m_redo.clear();
     relayout();
     TokenFieldAccessible::notifyChanged(this);
 }
@@ -94,10 +98,12 @@ void TokenField::insertToken(const QString& title) {
     qsizetype i = 0;
     while (i < before.size() && before.at(i) == after.at(i))
         ++i;
-    m_list.setObjects(after);
     const qsizetype added = after.size() - before.size();
-    m_list.setCaret(m_list.elementStart(std::min<qsizetype>(i + added, m_list.count())));
-    edited();
+    apply(Edit::Other, [&](TokenList& l) {
+        l.setObjects(after);
+        l.setCaret(l.elementStart(std::min<qsizetype>(i + added, l.count())));
+        return true;
+    });
 }
 
 void TokenField::selectAll() {
@@ -118,24 +124,22 @@ void TokenField::copy() const {
 
 void TokenField::cut() {
     copy();
-    if (m_list.removeSelection()) edited();
+    apply(Edit::Other, [](TokenList& l) { return l.removeSelection(); });
 }
 
 void TokenField::paste() {
     const QMimeData* mime = QGuiApplication::clipboard()->mimeData();
     if (!mime) return;
-    bool changed = false;
     QVariantList objects;
     if (mime->hasFormat(kTokenMime)) {
         QDataStream in(mime->data(kTokenMime));
         in >> objects;
         if (in.status() != QDataStream::Ok) objects.clear();
     }
-    if (!objects.isEmpty())
-        changed = m_list.insertObjects(objects);
-    else if (mime->hasText())
-        changed = m_list.insertText(mime->text());
-    if (changed) edited();
+    const QString text = mime->text();
+    apply(Edit::Other, [&](TokenList& l) {
+        return objects.isEmpty() ? l.insertText(text) : l.insertObjects(objects);
+    });
 }
 
 // ---- layout ----------------------------------------------------------------
@@ -421,12 +425,45 @@ void TokenField::timerEvent(QTimerEvent* event) {
 }
 
 void TokenField::caretChanged() {
+    m_lastEdit = Edit::Other;
     restartBlink();
     update();
     TokenFieldAccessible::notifyCaret(this);
 }
 
+bool TokenField::apply(Edit kind, const std::function<bool(TokenList&)>& change) {
+    TokenList before = m_list;
+    if (!change(m_list)) {
+        caretChanged();
+        return false;
+    }
+    // A run of typing is undone in one step.
+    if (kind != Edit::Typing || m_lastEdit != Edit::Typing) {
+        m_undo.append(before);
+        if (m_undo.size() > 100) m_undo.removeFirst();
+    }
+    m_redo.clear();
+    edited();
+    m_lastEdit = kind;
+    return true;
+}
+
+void TokenField::undo() {
+    if (m_undo.isEmpty()) return;
+    m_redo.append(m_list);
+    m_list = m_undo.takeLast();
+    edited();
+}
+
+void TokenField::redo() {
+    if (m_redo.isEmpty()) return;
+    m_undo.append(m_list);
+    m_list = m_redo.takeLast();
+    edited();
+}
+
 void TokenField::edited() {
+    m_lastEdit = Edit::Other;
     relayout();
     restartBlink();
     TokenFieldAccessible::notifyChanged(this);

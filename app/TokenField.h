@@ -5,6 +5,8 @@
 #include <QBasicTimer>
 #include <QWidget>
 
+#include <functional>
+
 // The conform task's format field: kind tokens drawn as rounded chips, free
 // text edited in place, all flowing over as many lines as the width needs.
 // Typed or pasted text never becomes a token; tokens enter by insertToken.
@@ -48,6 +50,8 @@ public slots:
     void copy() const;
     void cut();
     void paste();
+    void undo();
+    void redo();
 
 signals:
     // Every edit by the user, keystroke by keystroke.
@@ -90,6 +94,9 @@ private:
     bool handleKey(QKeyEvent* event);
     static bool isEditKey(QKeyEvent* event);
     void moveCaret(int pos, bool extend);
+    enum class Edit { Typing, Other };
+    // Runs one edit by the user, keeping what it replaced for undo.
+    bool apply(Edit kind, const std::function<bool(TokenList&)>& change);
     // After an edit by the user: lay out, repaint, tell the window and assistive tools.
     void edited();
     void caretChanged();
@@ -99,6 +106,9 @@ private:
 
     TokenList m_list;
     QList<Piece> m_pieces;
+    QList<TokenList> m_undo;
+    QList<TokenList> m_redo;
+    Edit m_lastEdit = Edit::Other;
     QBasicTimer m_blink;
     int m_height = 0; // for the current width
     bool m_caretShown = true;

@@ -50,6 +50,8 @@ bool TokenField::isEditKey(QKeyEvent* event) {
         QKeySequence::Delete,
         QKeySequence::DeleteStartOfWord,
         QKeySequence::DeleteEndOfWord,
+        QKeySequence::Undo,
+        QKeySequence::Redo,
     };
     for (QKeySequence::StandardKey key : keys)
         if (event->matches(key)) return true;
@@ -76,13 +78,6 @@ bool TokenField::handleKey(QKeyEvent* event) {
     TokenList& l = m_list;
     const int caret = l.caret();
     const bool selection = l.hasSelection();
-    auto edit = [&](bool changed) {
-        if (changed)
-            edited();
-        else
-            caretChanged();
-        return true;
-    };
     if (event->matches(QKeySequence::SelectAll)) {
         selectAll();
         return true;
@@ -97,6 +92,14 @@ bool TokenField::handleKey(QKeyEvent* event) {
     }
     if (event->matches(QKeySequence::Paste)) {
         paste();
+        return true;
+    }
+    if (event->matches(QKeySequence::Undo)) {
+        undo();
+        return true;
+    }
+    if (event->matches(QKeySequence::Redo)) {
+        redo();
         return true;
     }
     // Plain arrows first collapse a selection to its side.
@@ -148,21 +151,35 @@ bool TokenField::handleKey(QKeyEvent* event) {
         return true;
     }
     if (event->matches(QKeySequence::DeleteStartOfWord) && !selection) {
-        l.select(caret, l.previousWordStop(caret));
-        return edit(l.removeSelection());
+        apply(Edit::Other, [&](TokenList& t) {
+            t.select(caret, t.previousWordStop(caret));
+            return t.removeSelection();
+        });
+        return true;
     }
     if (event->matches(QKeySequence::DeleteEndOfWord) && !selection) {
-        l.select(caret, l.nextWordStop(caret));
-        return edit(l.removeSelection());
+        apply(Edit::Other, [&](TokenList& t) {
+            t.select(caret, t.nextWordStop(caret));
+            return t.removeSelection();
+        });
+        return true;
     }
     // A chip goes as a unit: it is one caret stop.
-    if (event->matches(QKeySequence::Backspace) || key == Qt::Key_Backspace)
-        return edit(l.backspace());
-    if (event->matches(QKeySequence::Delete) || key == Qt::Key_Delete)
-        return edit(l.deleteForward());
+    if (event->matches(QKeySequence::Backspace) || key == Qt::Key_Backspace) {
+        apply(Edit::Other, [](TokenList& t) { return t.backspace(); });
+        return true;
+    }
+    if (event->matches(QKeySequence::Delete) || key == Qt::Key_Delete) {
+        apply(Edit::Other, [](TokenList& t) { return t.deleteForward(); });
+        return true;
+    }
     // Return, Enter and commas are not token separators: Return goes to the
     // window (its default button), a comma is typed as text.
-    if (isTyping(event)) return edit(l.insertText(event->text()));
+    if (isTyping(event)) {
+        const QString text = event->text();
+        apply(Edit::Typing, [&](TokenList& t) { return t.insertText(text); });
+        return true;
+    }
     return false;
 }
 
@@ -195,15 +212,16 @@ void TokenField::mouseDoubleClickEvent(QMouseEvent* event) {
 
 void TokenField::contextMenuEvent(QContextMenuEvent* event) {
     QMenu menu(this);
+    menu.addAction(tr("Undo"), this, &TokenField::undo)->setEnabled(!m_undo.isEmpty());
+    menu.addAction(tr("Redo"), this, &TokenField::redo)->setEnabled(!m_redo.isEmpty());
+    menu.addSeparator();
     const bool selection = m_list.hasSelection();
     menu.addAction(tr("Cut"), this, &TokenField::cut)->setEnabled(selection);
     menu.addAction(tr("Copy"), this, &TokenField::copy)->setEnabled(selection);
     const QMimeData* mime = QGuiApplication::clipboard()->mimeData();
     menu.addAction(tr("Paste"), this, &TokenField::paste)->setEnabled(mime && mime->hasText());
     menu.addAction(tr("Delete"), this,
-                   [this] {
-                       if (m_list.removeSelection()) edited();
-                   })
+                   [this] { apply(Edit::Other, [](TokenList& t) { return t.removeSelection(); }); })
         ->setEnabled(selection);
     menu.addSeparator();
     menu.addAction(tr("Select All"), this, &TokenField::selectAll)->setEnabled(m_list.length() > 0);
@@ -216,7 +234,8 @@ void TokenField::contextMenuEvent(QContextMenuEvent* event) {
 
 void TokenField::inputMethodEvent(QInputMethodEvent* event) {
     // Composed text arrives committed; the preedit string is not drawn.
-    if (!event->commitString().isEmpty() && m_list.insertText(event->commitString())) edited();
+    const QString text = event->commitString();
+    if (!text.isEmpty()) apply(Edit::Typing, [&](TokenList& t) { return t.insertText(text); });
     event->accept();
 }
 

@@ -156,6 +156,15 @@ void TokenFieldTest::keyboard_data() {
     QTest::newRow("word-wise delete stops at a chip")
         << QVariantList{fn, str("shot take")} << QStringLiteral("Ctrl+Backspace Ctrl+Backspace")
         << QVariantList{fn} << QString();
+    QTest::newRow("undo brings a chip back, redo takes it again")
+        << def << QStringLiteral("Backspace Backspace Ctrl+Z Ctrl+Z Ctrl+Shift+Z")
+        << QVariantList{fn, str("."), fr, str(".")} << QString();
+    QTest::newRow("a caret move ends a run of typing")
+        << QVariantList{fr} << QStringLiteral("A B C Left D Ctrl+Z") << QVariantList{fr, str("abc")}
+        << QString();
+    QTest::newRow("a run of typing is one undo step")
+        << QVariantList{fr} << QStringLiteral("A B C Left D Ctrl+Z Ctrl+Z") << QVariantList{fr}
+        << QString();
     QTest::newRow("Return changes nothing")
         << QVariantList{str("a,b")} << QStringLiteral("Return Enter") << QVariantList{str("a,b")}
         << QString();
@@ -182,6 +191,9 @@ void TokenFieldTest::typedTextStaysText() {
     QTest::keyClicks(&field, typed);
     QCOMPARE(edited.count(), typed.size()); // keystroke by keystroke
     QCOMPARE(field.displayText(), typed);
+    press(&field, QStringLiteral("Left"));
+    field.setTokens(field.tokens()); // the form echoed back leaves the caret alone
+    QCOMPARE(field.cursorPosition(), typed.size() - 1);
     // The format reads it as free text, not as the file's name.
     const QVariantList format = MyDocument::formatComponentsFromArray(field.tokens());
     QVERIFY(!format.isEmpty());
