@@ -9,6 +9,7 @@
 #include <QAction>
 #include <QClipboard>
 #include <QMenu>
+#include <QPushButton>
 #include <QSignalSpy>
 
 namespace {
@@ -43,6 +44,8 @@ private slots:
     void copyAndPaste();
     void layoutHitsItsOwnCarets();
     void accessible();
+    void windowShortcutsStayOff();
+    void mouseDragSelects();
 };
 
 void TokenFieldTest::roundTrip_data() {
@@ -138,6 +141,9 @@ void TokenFieldTest::keyboard_data() {
     QTest::newRow("surrogate pair is one step")
         << QVariantList{QString::fromUtf8("a\xF0\x9F\x8E\x9E")} << QStringLiteral("Backspace")
         << QVariantList{str("a")} << QString();
+    QTest::newRow("a letter and its combining mark are one step")
+        << QVariantList{QString::fromUtf8("xe\xCC\x81")} << QStringLiteral("Backspace")
+        << QVariantList{str("x")} << QString();
     QTest::newRow("Shift+Left selects over chips and text")
         << def << QStringLiteral("Shift+Left Shift+Left") << def
         << QStringLiteral(".File Extension");
@@ -270,6 +276,48 @@ void TokenFieldTest::accessible() {
     text->setCursorPosition(10);
     QCOMPARE(field.cursorPosition(), 3);
     QCOMPARE(text->cursorPosition(), 10);
+
+    // Children follow edits.
+    press(&field, QStringLiteral("Home Delete"));
+    QCOMPARE(a->childCount(), 2);
+    QCOMPARE(a->child(0)->text(QAccessible::Name), QStringLiteral("_v"));
+}
+
+void TokenFieldTest::windowShortcutsStayOff() {
+    QWidget window;
+    auto* field = new TokenField(&window);
+    auto* button = new QPushButton(QStringLiteral("b"), &window);
+    button->move(0, 80);
+    QAction remove(&window);
+    remove.setShortcut(QKeySequence::Delete);
+    window.addAction(&remove);
+    QSignalSpy removed(&remove, &QAction::triggered);
+    field->setTokens(TokenField::defaultTokens());
+    window.show();
+    window.activateWindow();
+    QVERIFY(QTest::qWaitForWindowActive(&window));
+
+    field->setFocus();
+    press(field, QStringLiteral("Home Delete"));
+    QCOMPARE(removed.count(), 0);
+    QCOMPARE(field->tokens().size(), 4);
+    button->setFocus();
+    press(button, QStringLiteral("Delete"));
+    QCOMPARE(removed.count(), 1); // the shortcut itself works
+}
+
+void TokenFieldTest::mouseDragSelects() {
+    TokenField field;
+    field.setTokens({str("take "), tok("Frame Number"), str(" end")});
+    field.resize(500, field.heightForWidth(500));
+    const QPoint from = field.cursorRect(2).center();
+    const QPoint to = field.cursorRect(7).center();
+    QTest::mousePress(&field, Qt::LeftButton, {}, from);
+    QMouseEvent move(QEvent::MouseMove, to, field.mapToGlobal(to), Qt::NoButton, Qt::LeftButton,
+                     Qt::NoModifier);
+    QApplication::sendEvent(&field, &move);
+    QTest::mouseRelease(&field, Qt::LeftButton, {}, to);
+    QCOMPARE(field.selectedText(), QStringLiteral("ke Frame Number "));
 }
 
 SEQMATE_APP_TEST_MAIN(TokenFieldTest)
