@@ -3,17 +3,13 @@
 
 #include "MyDocument.h"
 
-#include <QAccessible>
 #include <QApplication>
 #include <QClipboard>
-#include <QContextMenuEvent>
 #include <QDataStream>
 #include <QFontMetricsF>
 #include <QIODevice>
-#include <QMenu>
 #include <QMimeData>
 #include <QPainter>
-#include <QPainterPath>
 #include <QStyle>
 #include <QStyleOptionFrame>
 #include <QTextBoundaryFinder>
@@ -168,11 +164,14 @@ QList<TokenField::Piece> TokenField::layoutFor(int width, int* height) const {
     QList<Piece> pieces;
     double x = left;
     int line = 0;
-    auto place = [&](Piece piece, double w) {
-        if (x + w > right && x > left) {
-            x = left;
-            ++line;
-        }
+    auto newLine = [&] {
+        x = left;
+        ++line;
+    };
+    // fit: the width that must fit on the line (trailing spaces may hang past
+    // the edge, as in any text field).
+    auto place = [&](Piece piece, double w, double fit) {
+        if (x + fit > right && x > left) newLine();
         piece.line = line;
         piece.rect = QRectF(x, top + line * m.lineHeight, w, m.chipHeight);
         pieces.append(piece);
@@ -190,32 +189,33 @@ QList<TokenField::Piece> TokenField::layoutFor(int width, int* height) const {
                 p.text = fm.elidedText(p.text, Qt::ElideRight, room - 2 * m.chipPadX);
                 w = room;
             }
-            place(p, w + 2 * m.chipMarginX);
+            place(p, w + 2 * m.chipMarginX, w + 2 * m.chipMarginX);
             pieces.last().rect.adjust(m.chipMarginX, 0, -m.chipMarginX, 0);
         } else {
             int unit = start;
             for (QString chunk : chunksOf(m_list.valueAt(i).toString())) {
-                // A chunk wider than a whole line goes out grapheme by grapheme.
+                // A chunk wider than a whole line goes out grapheme by grapheme,
+                // each part on a line of its own.
                 while (fm.horizontalAdvance(chunk.trimmed()) > right - left && chunk.size() > 1) {
+                    if (x > left) newLine();
                     QTextBoundaryFinder finder(QTextBoundaryFinder::Grapheme, chunk);
                     qsizetype cut = finder.toNextBoundary();
                     for (qsizetype next = finder.toNextBoundary(); next > 0 && next < chunk.size();
                          next = finder.toNextBoundary()) {
-                        if (fm.horizontalAdvance(chunk.left(next)) > right - x) break;
+                        if (fm.horizontalAdvance(chunk.left(next)) > right - left) break;
                         cut = next;
                     }
                     const QString head = chunk.left(cut);
-                    place(Piece{i, unit, static_cast<int>(cut), 0, {}, head, false},
-                          fm.horizontalAdvance(head));
+                    const double w = fm.horizontalAdvance(head);
+                    place(Piece{i, unit, static_cast<int>(cut), 0, {}, head, false}, w, w);
                     unit += static_cast<int>(cut);
                     chunk = chunk.mid(cut);
-                    x = right; // what is left starts a new line
+                    if (chunk.isEmpty()) break;
+                    newLine();
                 }
-                // Trailing spaces may hang past the edge, as in any text field.
-                const double fit = fm.horizontalAdvance(chunk.trimmed());
-                if (x + fit > right && x > left) x = right;
-                place(Piece{i, unit, static_cast<int>(chunk.size()), 0, {}, chunk, false},
-                      fm.horizontalAdvance(chunk));
+                if (!chunk.isEmpty())
+                    place(Piece{i, unit, static_cast<int>(chunk.size()), 0, {}, chunk, false},
+                          fm.horizontalAdvance(chunk), fm.horizontalAdvance(chunk.trimmed()));
                 unit += static_cast<int>(chunk.size());
             }
         }

@@ -238,13 +238,13 @@ void TokenFieldTest::copyAndPaste() {
 void TokenFieldTest::layoutHitsItsOwnCarets() {
     TokenField field;
     field.setTokens({tok("Filename"), str(" take two of the shot "), tok("Frame Number"), str("."),
-                     tok("File Extension"), str("x")});
-    for (int width : {600, 150}) {
+                     tok("File Extension"), str("x_averyveryverylongwordwithoutspaces")});
+    for (int width : {900, 150, 90}) {
         field.resize(width, field.heightForWidth(width));
         for (int pos = 0; pos <= field.content().length(); ++pos)
             QCOMPARE(field.positionAt(field.cursorRect(pos).center()), pos);
     }
-    QVERIFY(field.heightForWidth(150) > field.heightForWidth(600)); // wraps, and grows
+    QVERIFY(field.heightForWidth(150) > field.heightForWidth(900)); // wraps, and grows
 
     // A click on a chip selects it.
     field.resize(600, field.heightForWidth(600));
