@@ -119,6 +119,21 @@ bool TokenField::handleKey(QKeyEvent* event) {
         moveCaret(l.previousStop(caret), true);
         return true;
     }
+    // Up and Down move between wrapped lines; on the first or last line they
+    // are left to the window.
+    const bool up = event->matches(QKeySequence::MoveToPreviousLine) ||
+                    event->matches(QKeySequence::SelectPreviousLine);
+    if (up || event->matches(QKeySequence::MoveToNextLine) ||
+        event->matches(QKeySequence::SelectNextLine)) {
+        const QRect here = cursorRect(caret);
+        const double pitch = metrics().lineHeight;
+        const QPoint there(here.center().x(),
+                           static_cast<int>(here.center().y() + (up ? -pitch : pitch)));
+        const int pos = positionAt(there);
+        if (cursorRect(pos).top() == here.top()) return false;
+        moveCaret(pos, event->modifiers() & Qt::ShiftModifier);
+        return true;
+    }
     const bool extend = event->matches(QKeySequence::SelectNextWord) ||
                         event->matches(QKeySequence::SelectPreviousWord) ||
                         event->matches(QKeySequence::SelectStartOfLine) ||
