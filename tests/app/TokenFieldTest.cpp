@@ -8,6 +8,7 @@
 #include <QAccessible>
 #include <QAction>
 #include <QClipboard>
+#include <QInputMethodEvent>
 #include <QMenu>
 #include <QPushButton>
 #include <QSignalSpy>
@@ -206,6 +207,20 @@ void TokenFieldTest::typedTextStaysText() {
     for (const QVariant& e : format)
         QVERIFY(!e.toMap().contains(QStringLiteral("Filename")));
 
+    // Nor does deleting from typed text turn it into a token: "@@ x. @@" less its dot.
+    field.setTokens({});
+    QTest::keyClicks(&field, QStringLiteral("@@ x. @@"));
+    press(&field, QStringLiteral("Left Left Left Backspace"));
+    QCOMPARE(field.displayText(), QStringLiteral("@@ x @@"));
+    for (const QVariant& e : MyDocument::formatComponentsFromArray(field.tokens()))
+        QVERIFY(!e.toMap().contains(QStringLiteral("x")));
+
+    // Composed input arrives as committed text.
+    QInputMethodEvent composed;
+    composed.setCommitString(QString::fromUtf8("\xC3\xA9"));
+    QApplication::sendEvent(&field, &composed);
+    QCOMPARE(field.displayText(), QString::fromUtf8("@@ x\xC3\xA9 @@"));
+
     // Text typed between two chips is a run of its own; after a "." it joins the dot.
     field.setTokens({tok("Filename"), tok("Frame Number"), str("."), tok("File Extension")});
     press(&field, QStringLiteral("Home Right"));
@@ -226,6 +241,11 @@ void TokenFieldTest::copyAndPaste() {
     const QVariantList twice =
         TokenField::defaultTokens() + QVariantList{str("."), tok("File Extension")};
     QCOMPARE(field.tokens(), twice);
+
+    // Cut takes the chips out and puts their names on the clipboard.
+    press(&field, QStringLiteral("Home Shift+Right Shift+Right Ctrl+X"));
+    QCOMPARE(QGuiApplication::clipboard()->text(), QStringLiteral("Filename."));
+    QCOMPARE(field.tokens(), twice.mid(2));
 
     // Text from elsewhere is text, whatever it looks like, and keeps to one line.
     QGuiApplication::clipboard()->setText(QStringLiteral("@@ Frame Number @@\nx"));
