@@ -1,0 +1,352 @@
+// The conform format field: object list, token menu, keyboard editing,
+// clipboard, layout and what assistive tools read.
+#include "TokenField.h"
+#include "AppTest.h"
+#include "MyDocument.h"
+#include "TokenMenuButton.h"
+
+#include <QAccessible>
+#include <QAction>
+#include <QClipboard>
+#include <QInputMethodEvent>
+#include <QMenu>
+#include <QPushButton>
+#include <QSignalSpy>
+
+namespace {
+
+QString tok(const char* kind) {
+    return TokenList::tokenForKind(QString::fromUtf8(kind));
+}
+QVariant str(const char* s) {
+    return QString::fromUtf8(s);
+}
+
+// "Shift+Left Backspace" -> key clicks.
+void press(QWidget* w, const QString& keys) {
+    for (const QString& k : keys.split(QLatin1Char(' '), Qt::SkipEmptyParts)) {
+        const QKeyCombination c = QKeySequence::fromString(k)[0];
+        QTest::keyClick(w, c.key(), c.keyboardModifiers());
+    }
+}
+
+} // namespace
+
+class TokenFieldTest : public QObject {
+    Q_OBJECT
+private slots:
+    void roundTrip_data();
+    void roundTrip();
+    void tokenMenuInsertion_data();
+    void tokenMenuInsertion();
+    void keyboard_data();
+    void keyboard();
+    void typedTextStaysText();
+    void copyAndPaste();
+    void layoutHitsItsOwnCarets();
+    void accessible();
+    void windowShortcutsStayOff();
+    void mouseDragSelects();
+};
+
+void TokenFieldTest::roundTrip_data() {
+    QTest::addColumn<QVariantList>("tokens");
+    QTest::addColumn<QString>("shown");
+    QTest::newRow("default") << TokenField::defaultTokens()
+                             << QStringLiteral("Filename.Frame Number.File Extension");
+    QTest::newRow("text, non-strings, empty kind")
+        << QVariantList{str("take-"), tok("Today's Date"), 42, QVariantMap{}, str(""), str("@@ @@")}
+        << QStringLiteral("take-Today's DateUnknownUnknown");
+    QTest::newRow("neighbouring runs stay apart")
+        << QVariantList{str("a"), str("b")} << QStringLiteral("ab");
+}
+
+void TokenFieldTest::roundTrip() {
+    QFETCH(QVariantList, tokens);
+    QFETCH(QString, shown);
+    TokenField field;
+    QSignalSpy edited(&field, &TokenField::tokensEdited);
+    field.setTokens(tokens);
+    QCOMPARE(field.tokens(), tokens);
+    QCOMPARE(field.displayText(), shown);
+    QCOMPARE(edited.count(), 0); // only the user's edits are signalled
+}
+
+void TokenFieldTest::tokenMenuInsertion_data() {
+    QTest::addColumn<QVariantList>("before");
+    QTest::addColumn<QString>("title");
+    QTest::addColumn<QVariantList>("after");
+    const QString fn = tok("Filename"), fr = tok("Frame Number"), ext = tok("File Extension");
+    QTest::newRow("empty field: the token alone")
+        << QVariantList{} << QStringLiteral("Frame Number") << QVariantList{fr};
+    QTest::newRow("before the frame number and its dot")
+        << TokenField::defaultTokens() << QStringLiteral("Created Date")
+        << QVariantList{fn, str("_"), tok("Created Date"), str("."), fr, str("."), ext};
+    QTest::newRow("before the extension when there is no frame number")
+        << QVariantList{fn, str("."), ext} << QStringLiteral("Frame Number")
+        << QVariantList{fn, str("."), fr, str("."), ext};
+    QTest::newRow("extension first: before it")
+        << QVariantList{ext, str("x"), fr} << QStringLiteral("Filename")
+        << QVariantList{str("_"), fn, ext, str("x"), fr};
+    QTest::newRow("neither: appended after a separator")
+        << QVariantList{fn} << QStringLiteral("Today's Date")
+        << QVariantList{fn, str("_"), tok("Today's Date")};
+}
+
+void TokenFieldTest::tokenMenuInsertion() {
+    QFETCH(QVariantList, before);
+    QFETCH(QString, title);
+    QFETCH(QVariantList, after);
+    TokenField field;
+    TokenMenuButton button(&field);
+    field.setTokens(before);
+    QSignalSpy edited(&field, &TokenField::tokensEdited);
+
+    QStringList titles;
+    QAction* chosen = nullptr;
+    for (QAction* a : button.menu()->actions()) {
+        titles << a->text();
+        if (a->data().toString() == title) chosen = a;
+    }
+    QCOMPARE(titles, TokenField::kindTitles());
+    QCOMPARE(titles.size(), 5);
+    QVERIFY(chosen);
+    chosen->trigger();
+
+    QCOMPARE(field.tokens(), after);
+    QCOMPARE(edited.count(), 1);
+    QCOMPARE(edited.first().first().toList(), after);
+    QCOMPARE(field.tokens(), MyDocument::insertToken(before, title));
+}
+
+void TokenFieldTest::keyboard_data() {
+    QTest::addColumn<QVariantList>("before");
+    QTest::addColumn<QString>("keys");
+    QTest::addColumn<QVariantList>("after");
+    QTest::addColumn<QString>("selected");
+    const QVariantList def = TokenField::defaultTokens();
+    const QString fn = tok("Filename"), fr = tok("Frame Number"), ext = tok("File Extension");
+    // The caret starts at the end.
+    QTest::newRow("Backspace takes the chip before the caret whole")
+        << def << QStringLiteral("Backspace") << QVariantList{fn, str("."), fr, str(".")}
+        << QString();
+    QTest::newRow("Delete takes the chip after the caret whole")
+        << def << QStringLiteral("Home Delete") << QVariantList{str("."), fr, str("."), ext}
+        << QString();
+    QTest::newRow("Backspace in text takes one character")
+        << QVariantList{str("ab"), fr} << QStringLiteral("Left Backspace")
+        << QVariantList{str("a"), fr} << QString();
+    QTest::newRow("an emptied run goes")
+        << QVariantList{fr, str("x"), ext} << QStringLiteral("Left Backspace")
+        << QVariantList{fr, ext} << QString();
+    QTest::newRow("surrogate pair is one step")
+        << QVariantList{QString::fromUtf8("a\xF0\x9F\x8E\x9E")} << QStringLiteral("Backspace")
+        << QVariantList{str("a")} << QString();
+    QTest::newRow("a letter and its combining mark are one step")
+        << QVariantList{QString::fromUtf8("xe\xCC\x81")} << QStringLiteral("Backspace")
+        << QVariantList{str("x")} << QString();
+    QTest::newRow("Shift+Left selects over chips and text")
+        << def << QStringLiteral("Shift+Left Shift+Left") << def
+        << QStringLiteral(".File Extension");
+    QTest::newRow("then Backspace removes the selection")
+        << def << QStringLiteral("Shift+Left Shift+Left Backspace")
+        << QVariantList{fn, str("."), fr} << QString();
+    QTest::newRow("Home, Shift+Right selects the first chip")
+        << def << QStringLiteral("Home Shift+Right") << def << QStringLiteral("Filename");
+    QTest::newRow("Shift+End from inside") << def << QStringLiteral("Home Right Right Shift+End")
+                                           << def << QStringLiteral("Frame Number.File Extension");
+    QTest::newRow("Right collapses a selection to its end")
+        << def << QStringLiteral("Home Shift+Right Right Backspace")
+        << QVariantList{str("."), fr, str("."), ext} << QString();
+    QTest::newRow("select all, type: text replaces everything")
+        << def << QStringLiteral("Ctrl+A X") << QVariantList{str("x")} << QString();
+    QTest::newRow("word-wise delete stops at a chip")
+        << QVariantList{fn, str("shot take")} << QStringLiteral("Ctrl+Backspace Ctrl+Backspace")
+        << QVariantList{fn} << QString();
+    QTest::newRow("undo brings a chip back, redo takes it again")
+        << def << QStringLiteral("Backspace Backspace Ctrl+Z Ctrl+Z Ctrl+Shift+Z")
+        << QVariantList{fn, str("."), fr, str(".")} << QString();
+    QTest::newRow("a caret move ends a run of typing")
+        << QVariantList{fr} << QStringLiteral("A B C Left D Ctrl+Z") << QVariantList{fr, str("abc")}
+        << QString();
+    QTest::newRow("a run of typing is one undo step")
+        << QVariantList{fr} << QStringLiteral("A B C Left D Ctrl+Z Ctrl+Z") << QVariantList{fr}
+        << QString();
+    QTest::newRow("Return changes nothing")
+        << QVariantList{str("a,b")} << QStringLiteral("Return Enter") << QVariantList{str("a,b")}
+        << QString();
+}
+
+void TokenFieldTest::keyboard() {
+    QFETCH(QVariantList, before);
+    QFETCH(QString, keys);
+    QFETCH(QVariantList, after);
+    QFETCH(QString, selected);
+    TokenField field;
+    field.setTokens(before);
+    QSignalSpy edited(&field, &TokenField::tokensEdited);
+    press(&field, keys);
+    QCOMPARE(field.tokens(), after);
+    QCOMPARE(field.selectedText(), selected);
+    if (after != before) QCOMPARE(edited.last().first().toList(), after);
+}
+
+void TokenFieldTest::typedTextStaysText() {
+    TokenField field;
+    QSignalSpy edited(&field, &TokenField::tokensEdited);
+    const QString typed = QStringLiteral("@@ Filename @@");
+    QTest::keyClicks(&field, typed);
+    QCOMPARE(edited.count(), typed.size()); // keystroke by keystroke
+    QCOMPARE(field.displayText(), typed);
+    press(&field, QStringLiteral("Left"));
+    field.setTokens(field.tokens()); // the form echoed back leaves the caret alone
+    QCOMPARE(field.cursorPosition(), typed.size() - 1);
+    // The format reads it as free text, not as the file's name.
+    const QVariantList format = MyDocument::formatComponentsFromArray(field.tokens());
+    QVERIFY(!format.isEmpty());
+    for (const QVariant& e : format)
+        QVERIFY(!e.toMap().contains(QStringLiteral("Filename")));
+
+    // Nor does deleting from typed text turn it into a token: "@@ x. @@" less its dot.
+    field.setTokens({});
+    QTest::keyClicks(&field, QStringLiteral("@@ x. @@"));
+    press(&field, QStringLiteral("Left Left Left Backspace"));
+    QCOMPARE(field.displayText(), QStringLiteral("@@ x @@"));
+    for (const QVariant& e : MyDocument::formatComponentsFromArray(field.tokens()))
+        QVERIFY(!e.toMap().contains(QStringLiteral("x")));
+
+    // Composed input arrives as committed text.
+    QInputMethodEvent composed;
+    composed.setCommitString(QString::fromUtf8("\xC3\xA9"));
+    QApplication::sendEvent(&field, &composed);
+    QCOMPARE(field.displayText(), QString::fromUtf8("@@ x\xC3\xA9 @@"));
+
+    // Text typed between two chips is a run of its own; after a "." it joins the dot.
+    field.setTokens({tok("Filename"), tok("Frame Number"), str("."), tok("File Extension")});
+    press(&field, QStringLiteral("Home Right"));
+    QTest::keyClicks(&field, QStringLiteral("_v2"));
+    press(&field, QStringLiteral("Right Right"));
+    QTest::keyClicks(&field, QStringLiteral("x"));
+    QCOMPARE(field.tokens(), (QVariantList{tok("Filename"), str("_v2"), tok("Frame Number"),
+                                           str(".x"), tok("File Extension")}));
+}
+
+void TokenFieldTest::copyAndPaste() {
+    TokenField field;
+    field.setTokens(TokenField::defaultTokens());
+    press(&field, QStringLiteral("Shift+Left Shift+Left Ctrl+C End"));
+    QCOMPARE(QGuiApplication::clipboard()->text(), QStringLiteral(".File Extension"));
+    press(&field, QStringLiteral("Ctrl+V"));
+    // Chips copied from the field come back as chips.
+    const QVariantList twice =
+        TokenField::defaultTokens() + QVariantList{str("."), tok("File Extension")};
+    QCOMPARE(field.tokens(), twice);
+
+    // Cut takes the chips out and puts their names on the clipboard.
+    press(&field, QStringLiteral("Home Shift+Right Shift+Right Ctrl+X"));
+    QCOMPARE(QGuiApplication::clipboard()->text(), QStringLiteral("Filename."));
+    QCOMPARE(field.tokens(), twice.mid(2));
+
+    // Text from elsewhere is text, whatever it looks like, and keeps to one line.
+    QGuiApplication::clipboard()->setText(QStringLiteral("@@ Frame Number @@\nx"));
+    field.setTokens({});
+    press(&field, QStringLiteral("Ctrl+V"));
+    QCOMPARE(field.displayText(), QStringLiteral("@@ Frame Number @@ x"));
+    QCOMPARE(MyDocument::formatComponentsFromArray(field.tokens()).size(), 1);
+}
+
+void TokenFieldTest::layoutHitsItsOwnCarets() {
+    TokenField field;
+    field.setTokens({tok("Filename"), str(" take two of the shot "), tok("Frame Number"), str("."),
+                     tok("File Extension"), str("x_averyveryverylongwordwithoutspaces")});
+    for (int width : {900, 150, 90}) {
+        field.resize(width, field.heightForWidth(width));
+        for (int pos = 0; pos <= field.content().length(); ++pos)
+            QCOMPARE(field.positionAt(field.cursorRect(pos).center()), pos);
+    }
+    QVERIFY(field.heightForWidth(150) > field.heightForWidth(900)); // wraps, and grows
+
+    // Up and Down step between the wrapped lines.
+    field.setSelection(0, 0);
+    press(&field, QStringLiteral("Down"));
+    const int below = field.cursorPosition();
+    QVERIFY(field.cursorRect(below).top() > field.cursorRect(0).top());
+    press(&field, QStringLiteral("Up"));
+    QCOMPARE(field.cursorRect(field.cursorPosition()).top(), field.cursorRect(0).top());
+
+    // A click on a chip selects it.
+    field.resize(600, field.heightForWidth(600));
+    const int chip = field.content().elementStart(2);
+    QTest::mouseClick(&field, Qt::LeftButton, {}, field.unitRect(chip).center());
+    QCOMPARE(field.selectedText(), QStringLiteral("Frame Number"));
+}
+
+void TokenFieldTest::accessible() {
+    TokenField field;
+    field.setTokens({tok("Filename"), str("_v"), 7});
+    field.resize(400, field.heightForWidth(400));
+    QAccessibleInterface* a = QAccessible::queryAccessibleInterface(&field);
+    QVERIFY(a);
+    QCOMPARE(a->role(), QAccessible::EditableText);
+    QCOMPARE(a->text(QAccessible::Name), QStringLiteral("Format"));
+    QCOMPARE(a->text(QAccessible::Value), QStringLiteral("Filename_vUnknown"));
+    QCOMPARE(a->childCount(), 3);
+    QCOMPARE(a->child(0)->text(QAccessible::Name), QStringLiteral("Filename"));
+    QCOMPARE(a->child(1)->role(), QAccessible::StaticText);
+    QCOMPARE(a->indexOfChild(a->child(2)), 2);
+
+    // Offsets count the shown names: "Filename" is eight characters, one chip.
+    QAccessibleTextInterface* text = a->textInterface();
+    QVERIFY(text);
+    QCOMPARE(text->characterCount(), 17);
+    text->setSelection(0, 0, 9);
+    QCOMPARE(field.selectedText(), QStringLiteral("Filename_"));
+    text->setCursorPosition(10);
+    QCOMPARE(field.cursorPosition(), 3);
+    QCOMPARE(text->cursorPosition(), 10);
+
+    // Children follow edits.
+    press(&field, QStringLiteral("Home Delete"));
+    QCOMPARE(a->childCount(), 2);
+    QCOMPARE(a->child(0)->text(QAccessible::Name), QStringLiteral("_v"));
+}
+
+void TokenFieldTest::windowShortcutsStayOff() {
+    QWidget window;
+    auto* field = new TokenField(&window);
+    auto* button = new QPushButton(QStringLiteral("b"), &window);
+    button->move(0, 80);
+    QAction remove(&window);
+    remove.setShortcut(QKeySequence::Delete);
+    window.addAction(&remove);
+    QSignalSpy removed(&remove, &QAction::triggered);
+    field->setTokens(TokenField::defaultTokens());
+    window.show();
+    window.activateWindow();
+    QVERIFY(QTest::qWaitForWindowActive(&window));
+
+    field->setFocus();
+    press(field, QStringLiteral("Home Delete"));
+    QCOMPARE(removed.count(), 0);
+    QCOMPARE(field->tokens().size(), 4);
+    button->setFocus();
+    press(button, QStringLiteral("Delete"));
+    QCOMPARE(removed.count(), 1); // the shortcut itself works
+}
+
+void TokenFieldTest::mouseDragSelects() {
+    TokenField field;
+    field.setTokens({str("take "), tok("Frame Number"), str(" end")});
+    field.resize(500, field.heightForWidth(500));
+    const QPoint from = field.cursorRect(2).center();
+    const QPoint to = field.cursorRect(7).center();
+    QTest::mousePress(&field, Qt::LeftButton, {}, from);
+    QMouseEvent move(QEvent::MouseMove, to, field.mapToGlobal(to), Qt::NoButton, Qt::LeftButton,
+                     Qt::NoModifier);
+    QApplication::sendEvent(&field, &move);
+    QTest::mouseRelease(&field, Qt::LeftButton, {}, to);
+    QCOMPARE(field.selectedText(), QStringLiteral("ke Frame Number "));
+}
+
+SEQMATE_APP_TEST_MAIN(TokenFieldTest)
+#include "TokenFieldTest.moc"
