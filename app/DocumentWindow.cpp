@@ -3,6 +3,7 @@
 #include "AddPanels.h"
 #include "DocumentViewBridge.h"
 #include "DocumentWindows.h"
+#include "FileTableModel.h"
 #include "MyDocument.h"
 #include "QXWindowController.h"
 #include "ui_DocumentWindow.h"
@@ -30,6 +31,8 @@ DocumentWindow::DocumentWindow(QWidget* parent)
     table->verticalHeader()->setSectionResizeMode(QHeaderView::Fixed);
     table->verticalHeader()->setDefaultSectionSize(table->fontMetrics().height() + 8);
     table->horizontalHeader()->setDefaultAlignment(Qt::AlignLeft | Qt::AlignVCenter);
+    // Old and new names share the width; stretching measures no rows.
+    table->horizontalHeader()->setSectionResizeMode(QHeaderView::Stretch);
     table->setDropIndicatorShown(true);
     m_ui->splitter->setStretchFactor(0, 3);
     m_ui->splitter->setStretchFactor(1, 2);
@@ -103,7 +106,9 @@ void DocumentWindow::buildMenus() {
 }
 
 void DocumentWindow::createTableModel() {
-    // The file table's model is set here once it exists: setTableModel(model, hooks).
+    auto* model = new FileTableModel(*m_document, this);
+    setTableModel(model,
+                  {[model] { model->reload(); }, [model] { model->displayOptionsChanged(); }});
 }
 
 void DocumentWindow::setTableModel(QAbstractItemModel* model, TableModelHooks hooks) {
