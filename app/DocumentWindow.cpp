@@ -210,7 +210,8 @@ void DocumentWindow::mainThreadAlertEnded() {
 }
 
 void DocumentWindow::closeEvent(QCloseEvent* event) {
-    if (m_closeApproved) {
+    if (m_closeApproved || (!m_controller->isDocumentEdited() && !m_bridge->commitRunning() &&
+                            !m_bridge->inMainThreadAlert())) {
         m_bridge->shutDown();
         event->accept();
         return;
