@@ -17,6 +17,7 @@ ProgressSheet::ProgressSheet(QWidget* window, const std::atomic<int>& counter, i
     m_bar->setAccessibleName(QStringLiteral("Progress"));
     m_bar->setRange(0, qMax(maximum, 0));
     m_bar->setMinimumWidth(360);
+    m_bar->setFormat(QStringLiteral("%v of %m"));
     auto* buttons = new QDialogButtonBox(QDialogButtonBox::Cancel);
     buttons->button(QDialogButtonBox::Cancel)->setObjectName(QStringLiteral("progressCancel"));
     connect(buttons, &QDialogButtonBox::rejected, this, &ProgressSheet::reject);
