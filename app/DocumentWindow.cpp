@@ -34,6 +34,8 @@ DocumentWindow::DocumentWindow(QWidget* parent)
     // Old and new names share the width; stretching measures no rows.
     table->horizontalHeader()->setSectionResizeMode(QHeaderView::Stretch);
     table->setDropIndicatorShown(true);
+    // A row drag reorders the list without adding or removing rows.
+    table->viewport()->installEventFilter(this);
     m_ui->splitter->setStretchFactor(0, 3);
     m_ui->splitter->setStretchFactor(1, 2);
     m_ui->splitter->setSizes({600, 340});
@@ -72,6 +74,7 @@ DocumentWindow::~DocumentWindow() {
 void DocumentWindow::documentDidLoad() {
     m_document->windowControllerDidLoadNib();
     reloadTable();
+    m_controller->setDocumentEdited(false); // as read: nothing to save yet
 }
 
 void DocumentWindow::buildMenus() {
@@ -114,6 +117,10 @@ void DocumentWindow::createTableModel() {
 void DocumentWindow::setTableModel(QAbstractItemModel* model, TableModelHooks hooks) {
     m_ui->tableView->setModel(model);
     m_modelHooks = std::move(hooks);
+    // Rows come and go only when the list changes (drops and adds included);
+    // new previews are dataChanged and leave the batch as it was.
+    connect(model, &QAbstractItemModel::rowsInserted, this, &DocumentWindow::documentEdited);
+    connect(model, &QAbstractItemModel::rowsRemoved, this, &DocumentWindow::documentEdited);
     if (QItemSelectionModel* selection = m_ui->tableView->selectionModel())
         connect(selection, &QItemSelectionModel::selectionChanged, this,
                 &DocumentWindow::updateActions);
@@ -156,6 +163,7 @@ void DocumentWindow::updateActions() {
     m_ui->renameBtn->setEnabled(!committing && count > 0);
     m_ui->addBtn->setEnabled(!committing);
     m_ui->addFoldersBtn->setEnabled(!committing);
+    m_ui->taskPopUp->setEnabled(!committing && m_ui->taskPopUp->count() > 0);
     m_ui->countLabel->setText(count == 0   ? QStringLiteral("No files")
                               : count == 1 ? QStringLiteral("1 file")
                                            : QStringLiteral("%L1 files").arg(count));
@@ -234,6 +242,13 @@ void DocumentWindow::closeEvent(QCloseEvent* event) {
         m_closeApproved = true;
         close();
     });
+}
+
+bool DocumentWindow::eventFilter(QObject* watched, QEvent* event) {
+    // A drop reorders or adds to the list (a drop the table refuses changes
+    // nothing, but asking to save an unchanged batch once is harmless).
+    if (watched == m_ui->tableView->viewport() && event->type() == QEvent::Drop) documentEdited();
+    return QMainWindow::eventFilter(watched, event);
 }
 
 void DocumentWindow::changeEvent(QEvent* event) {

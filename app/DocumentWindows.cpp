@@ -44,8 +44,10 @@ void closeNextThenQuit() {
 
 DocumentWindow* DocumentWindows::newUntitled() {
     const int number = nextUntitledNumber();
+    DocumentWindow* front = frontmost();
     auto* window = new DocumentWindow;
     window->controller().setUntitledNumber(number);
+    if (front) window->move(front->pos() + QPoint(28, 28)); // cascaded, not stacked
     window->documentDidLoad();
     window->show();
     return window;

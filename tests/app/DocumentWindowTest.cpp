@@ -1,8 +1,8 @@
 // Document windows: titles, opening and saving batches, the save prompt,
 // enabled states, accessible names, and the bridge's waits.
+#include "DocumentWindow.h"
 #include "AppTest.h"
 #include "DocumentViewBridge.h"
-#include "DocumentWindow.h"
 #include "DocumentWindows.h"
 #include "MyDocument.h"
 #include "ProgressSheet.h"
@@ -50,22 +50,21 @@ private slots:
                                    tree.file(QStringLiteral("a.0002.exr"))};
         DocumentWindow* window = DocumentWindows::newUntitled();
         window->document().addItemsOnThread(files);
-        window->documentEdited();
-        QVERIFY(window->isWindowModified());
+        QVERIFY(window->isWindowModified()); // rows came in
         QVERIFY(window->controller().writeTo(tree(QStringLiteral("Shots.sqb"))));
         QCOMPARE(window->windowTitle(), QStringLiteral("Shots.sqb[*]"));
         QVERIFY(!window->isWindowModified());
 
         QString error;
         // The window showing it comes forward instead of a second one.
-        QCOMPARE(DocumentWindows::openBatchFile(tree(QStringLiteral("Shots.sqb")), &error),
-                 window);
+        QCOMPARE(DocumentWindows::openBatchFile(tree(QStringLiteral("Shots.sqb")), &error), window);
         delete window;
         DocumentWindow* reopened =
             DocumentWindows::openBatchFile(tree(QStringLiteral("Shots.sqb")), &error);
         QVERIFY2(reopened, qPrintable(error));
         QCOMPARE(reopened->windowTitle(), QStringLiteral("Shots.sqb[*]"));
         QCOMPARE(reopened->document().fileCount(), 2);
+        QVERIFY(!reopened->isWindowModified()); // as read, nothing to save
         QVERIFY(reopened->isVisible());
     }
 
@@ -224,7 +223,7 @@ private slots:
         QVERIFY(!window->findChild<QPushButton*>(QStringLiteral("renameBtn"))->isEnabled());
 
         window->close();
-        QVERIFY(window); // not before the commit has ended
+        QVERIFY(window);                               // not before the commit has ended
         answerNextSheet(QStringLiteral("Don’t Save")); // the renamed batch is worth saving
         QTRY_VERIFY(window.isNull());
         commit.join();
