@@ -273,11 +273,12 @@ int QXAlert::waitForAnswer() {
         }
     }
     // An expired or abandoned sheet is still on screen: take it away.
+    const int answer = returnCode();
     if (onMainThread())
-        finishSheet(shared, returnCode());
+        finishSheet(shared, answer);
     else
-        postToMain([shared] { finishSheet(shared, shared->returnCode); });
-    return returnCode();
+        postToMain([shared, answer] { finishSheet(shared, answer); });
+    return answer;
 }
 
 void QXAlert::showSheet(const std::shared_ptr<Shared>& shared, const QVariantMap& request) {

@@ -68,6 +68,25 @@ private slots:
         QTRY_VERIFY(!QApplication::activeModalWidget());
     }
 
+    // The main thread waits for the asking thread without answering: the
+    // asker's reason to give up ends its wait, and the sheet goes away.
+    void blockingWorkerGivesUpWhileTheMainThreadWaitsForIt() {
+        std::atomic<bool> stop{false};
+        std::atomic<int> result{42};
+        std::thread worker([&] {
+            QXAlert alert;
+            alert.setGiveUp([&] { return stop.load(); });
+            result = QXAlert::alertSheetWithMessageText(QStringLiteral("Waiting"), QString(),
+                                                        QString(), QString(), QString(), m_window,
+                                                        nullptr, QString(), true, &alert);
+        });
+        QVERIFY(waitForSheet());
+        stop = true;
+        worker.join(); // no events are processed meanwhile
+        QCOMPARE(result.load(), -1);
+        QTRY_VERIFY(!QApplication::activeModalWidget());
+    }
+
     void blockingOnMainThreadKeepsTheWindowAlive() {
         int ticks = 0;
         QTimer ticker;
