@@ -164,6 +164,29 @@ private slots:
         QVERIFY(tree.exists(QStringLiteral("same.txt")));
     }
 
+    // The whole road: confirmation on the main thread, the commit on its own
+    // thread, and its summary sheet asked for from there.
+    void renameCommitsAfterConfirmationAndReports() {
+        TempTree tree;
+        DocumentWindow* window = DocumentWindows::newUntitled();
+        window->document().addItemsOnThread(
+            {tree.file(QStringLiteral("a.1.EXR")), tree.file(QStringLiteral("a.2.EXR"))});
+        window->document().changeTask(22); // lower-case extensions
+        auto* table = window->findChild<QTableView*>(QStringLiteral("tableView"));
+        QTRY_COMPARE(table->model()->index(1, 1).data().toString(), QStringLiteral("a.2.exr"));
+
+        answerNextSheet(QStringLiteral("Rename"));
+        window->findChild<QPushButton*>(QStringLiteral("renameBtn"))->click();
+        QMessageBox* summary = waitForSheet();
+        QVERIFY(summary);
+        QCOMPARE(summary->text(), QStringLiteral("Rename complete"));
+        QCOMPARE(summary->informativeText(), QStringLiteral("2 files renamed."));
+        sheetButton(summary, QStringLiteral("OK"))->click();
+        QCOMPARE(tree.list(), (QStringList{QStringLiteral("a.1.exr"), QStringLiteral("a.2.exr")}));
+        QTRY_VERIFY(!window->bridge().commitRunning());
+        QVERIFY(window->findChild<QPushButton*>(QStringLiteral("renameBtn"))->isEnabled());
+    }
+
     void controlsCarryTheirAccessibleNames() {
         DocumentWindow* window = DocumentWindows::newUntitled();
         const QList<QPair<QString, QString>> expected = {
