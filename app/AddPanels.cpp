@@ -8,10 +8,18 @@
 #include <QStandardPaths>
 
 namespace {
-// The rows selected in the panel's list or detail view, folders included.
+// The panel's list and detail views (its header and side bar are views too).
+QList<QAbstractItemView*> entryViews(QFileDialog* panel) {
+    QList<QAbstractItemView*> views;
+    for (const QString& name : {QStringLiteral("listView"), QStringLiteral("treeView")})
+        if (auto* view = panel->findChild<QAbstractItemView*>(name)) views.append(view);
+    return views;
+}
+
+// The rows selected in the view shown, folders included.
 QStringList selectedEntries(QFileDialog* panel) {
     QStringList paths;
-    for (QAbstractItemView* view : panel->findChildren<QAbstractItemView*>()) {
+    for (QAbstractItemView* view : entryViews(panel)) {
         auto* model = qobject_cast<QFileSystemModel*>(view->model());
         if (!model || !view->isVisible() || !view->selectionModel()) continue;
         for (const QModelIndex& index : view->selectionModel()->selectedRows())
@@ -32,9 +40,8 @@ void openPanel(QWidget* window, const QString& title, const QString& name,
     panel->setFileMode(mode);
     panel->setDirectory(QStandardPaths::writableLocation(QStandardPaths::HomeLocation));
     panel->setLabelText(QFileDialog::Accept, QStringLiteral("Add"));
-    for (QAbstractItemView* view : panel->findChildren<QAbstractItemView*>())
-        if (qobject_cast<QFileSystemModel*>(view->model()))
-            view->setSelectionMode(QAbstractItemView::ExtendedSelection);
+    for (QAbstractItemView* view : entryViews(panel))
+        view->setSelectionMode(QAbstractItemView::ExtendedSelection);
     // Open on a folder would go into it: Add takes the selection as it
     // stands, files and folders alike. A typed name still goes the usual way.
     auto* box = panel->findChild<QDialogButtonBox*>();

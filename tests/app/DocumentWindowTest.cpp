@@ -12,6 +12,9 @@
 #include "TempTree.h"
 
 #include <QAccessible>
+#include <QDialogButtonBox>
+#include <QFileDialog>
+#include <QFileSystemModel>
 #include <QPushButton>
 #include <QSignalSpy>
 #include <QTableView>
@@ -149,6 +152,38 @@ private slots:
         remove->click();
         QCOMPARE(window->document().fileCount(), 0);
         QVERIFY(!rename->isEnabled());
+    }
+
+    // Add takes files and folders chosen together (a folder adds what is inside it).
+    void addPanelTakesFilesAndFoldersTogether() {
+        TempTree tree;
+        tree.file(QStringLiteral("one.txt"));
+        tree.file(QStringLiteral("shots/s.1.exr"));
+        tree.file(QStringLiteral("shots/s.2.exr"));
+        tree.file(QStringLiteral("other.txt"));
+        DocumentWindow* window = DocumentWindows::newUntitled();
+        window->findChild<QPushButton*>(QStringLiteral("addBtn"))->click();
+        auto* panel = window->findChild<QFileDialog*>(QStringLiteral("addItemsPanel"));
+        QVERIFY(panel && panel->isVisible());
+        auto* model = panel->findChild<QFileSystemModel*>();
+        QSignalSpy loaded(model, &QFileSystemModel::directoryLoaded);
+        panel->setDirectory(tree.path());
+        QVERIFY(loaded.wait());
+        auto* view = panel->findChild<QAbstractItemView*>(QStringLiteral("treeView"));
+        // The model may still be sorting and filling in file details: select
+        // until both stay selected, and press Add in the same turn.
+        auto selectBoth = [&] {
+            for (const QString& name : {QStringLiteral("one.txt"), QStringLiteral("shots")})
+                view->selectionModel()->select(model->index(tree(name)),
+                                               QItemSelectionModel::Select |
+                                                   QItemSelectionModel::Rows);
+            return view->selectionModel()->selectedRows().size() == 2;
+        };
+        QTRY_VERIFY(selectBoth());
+        auto* box = panel->findChild<QDialogButtonBox*>();
+        box->button(QDialogButtonBox::Open)->click();
+        QTRY_COMPARE(window->document().fileCount(), 3);
+        QVERIFY(!window->document().fileInQueue(tree(QStringLiteral("other.txt"))));
     }
 
     void renameWithNothingToChangeSaysSo() {
