@@ -19,10 +19,15 @@ $(BUILD)/build.ninja:
 build: deps $(BUILD)/build.ninja
 	cmake --build $(BUILD) -j $(JOBS)
 
-# Until the desktop window exists, `make run` shows the engine at work on a
-# generated folder of frames through the command-line front end.
+# The desktop window on a generated folder of frames; without a display, the
+# engine at work through the command-line front end instead.
 run: build
-	@scripts/demo $(BUILD)/seqmate-cli
+	@if [ -z "$$DISPLAY$$WAYLAND_DISPLAY" ]; then \
+	  echo "No display (neither DISPLAY nor WAYLAND_DISPLAY is set): showing the command-line demo instead."; \
+	  scripts/demo $(BUILD)/seqmate-cli; \
+	else \
+	  scripts/demo-gui $(BUILD)/seqmate; \
+	fi
 
 test: build
 	ctest --test-dir $(BUILD) --output-on-failure -j $(JOBS)

@@ -1,0 +1,40 @@
+#pragma once
+// Finding and answering the sheets a window shows, as a user would.
+#include <QAbstractButton>
+#include <QApplication>
+#include <QMessageBox>
+#include <QPointer>
+#include <QTest>
+#include <QTimer>
+
+// The modal sheet on top once one is shown (events are processed meanwhile).
+inline QMessageBox* waitForSheet(int timeoutMs = 5000) {
+    QMessageBox* box = nullptr;
+    (void)QTest::qWaitFor(
+        [&] {
+            box = qobject_cast<QMessageBox*>(QApplication::activeModalWidget());
+            return box != nullptr;
+        },
+        timeoutMs);
+    return box;
+}
+
+inline QAbstractButton* sheetButton(QMessageBox* box, const QString& text) {
+    for (QAbstractButton* button : box->buttons())
+        if (button->text() == text) return button;
+    return nullptr;
+}
+
+// Presses the button with this text on the next sheet, from a queued call:
+// it works while the main thread sits in a blocking alert of its own.
+inline void answerNextSheet(const QString& text) {
+    auto* poll = new QTimer(qApp);
+    poll->setInterval(5);
+    QObject::connect(poll, &QTimer::timeout, poll, [poll, text] {
+        auto* box = qobject_cast<QMessageBox*>(QApplication::activeModalWidget());
+        if (!box || !box->isVisible()) return;
+        if (QAbstractButton* button = sheetButton(box, text)) button->click();
+        poll->deleteLater();
+    });
+    poll->start();
+}
