@@ -3,6 +3,7 @@
 #include "AboutDialog.h"
 #include "CrashHandler.h"
 #include "DocumentHost.h"
+#include "InterruptedRenames.h"
 #include "QXBugReporter.h"
 #include "QXLog.h"
 #include "QXTroubleshootingUtils.h"
@@ -33,7 +34,8 @@ bool isBatchFile(const QString& path) {
 
 } // namespace
 
-AppController::AppController(DocumentHost& host, QObject* parent) : QObject(parent), m_host(host) {
+AppController::AppController(DocumentHost& host, QObject* parent)
+    : QObject(parent), m_host(host), m_interrupted(new InterruptedRenames(this)) {
     QCoreApplication::setApplicationName(applicationName());
     QCoreApplication::setOrganizationName(QStringLiteral("Corvane"));
     // The library's resources are not referenced by name, so a static link would drop them.
@@ -78,6 +80,7 @@ void AppController::launch(const QStringList& paths) {
 }
 
 void AppController::applicationDidFinishLaunching() {
+    m_interrupted->offer(m_host.frontmostWindow());
     UpdateCheck::run(QCoreApplication::applicationFilePath());
 }
 

@@ -7,6 +7,7 @@
 #include <functional>
 
 class DocumentHost;
+class InterruptedRenames;
 class QDialog;
 class QMenuBar;
 class QWidget;
@@ -32,7 +33,8 @@ public:
     static QString applicationName() { return QStringLiteral("Seqmate"); }
 
     // Opens the paths of the command line (or a new untitled batch when there
-    // are none), then runs the update check once the event loop has started.
+    // are none), then, once the event loop has started, reports renames that
+    // did not complete and runs the update check.
     void launch(const QStringList& paths);
     void applicationDidFinishLaunching();
     // Batch files ("sqb" in any case) open as documents, in order; the other
@@ -75,6 +77,7 @@ private:
     void openUrl(const QUrl& url);
 
     DocumentHost& m_host;
+    InterruptedRenames* m_interrupted;
     AboutDialogFactory m_aboutFactory;
     bool m_terminated = false;
 };

@@ -5,7 +5,10 @@
 #include "DocumentWindows.h"
 #include "FileTableModel.h"
 #include "MyDocument.h"
+#include "PreferencesDialog.h"
 #include "QXWindowController.h"
+#include "TaskArea.h"
+#include "UserDefaults.h"
 #include "ui_DocumentWindow.h"
 
 #include <QAction>
@@ -15,6 +18,7 @@
 #include <QHeaderView>
 #include <QItemSelectionModel>
 #include <QMenuBar>
+#include <QPointer>
 #include <QTimer>
 
 DocumentWindow::DocumentWindow(QWidget* parent)
@@ -57,6 +61,14 @@ DocumentWindow::DocumentWindow(QWidget* parent)
     connect(removeKey, &QAction::triggered, this, &DocumentWindow::removeSelected);
     table->addAction(removeKey);
 
+    m_taskArea = new TaskArea(*this, *m_document, m_ui->taskPopUp, m_ui->settingsView);
+    connect(m_taskArea, &TaskArea::edited, this, &DocumentWindow::documentEdited);
+    connect(m_taskArea, &TaskArea::tagChanged, this, &DocumentWindow::updateActions);
+    connect(UserDefaults::instance(), &UserDefaults::changed, this, [this](const QString& key) {
+        if (key == UserDefaults::showFullSourcePathsKey && m_modelHooks.displayOptionsChanged)
+            m_modelHooks.displayOptionsChanged();
+    });
+
     buildMenus();
     createTableModel();
     DocumentWindows::registerWindow(this);
@@ -72,6 +84,8 @@ DocumentWindow::~DocumentWindow() {
 }
 
 void DocumentWindow::documentDidLoad() {
+    // Defaults first: a batch read from a file then replaces the task and fields.
+    m_taskArea->startNewBatch();
     m_document->windowControllerDidLoadNib();
     reloadTable();
     m_controller->setDocumentEdited(false); // as read: nothing to save yet
@@ -106,6 +120,25 @@ void DocumentWindow::buildMenus() {
         add(QStringLiteral("&Quit"), QKeySequence::Quit, [] { DocumentWindows::quit(); });
     quit->setObjectName(QStringLiteral("quitAction"));
     quit->setMenuRole(QAction::QuitRole);
+
+    QMenu* edit = m_ui->menubar->addMenu(QStringLiteral("&Edit"));
+    QAction* preferences = edit->addAction(QStringLiteral("Preferences…"));
+    preferences->setObjectName(QStringLiteral("preferencesAction"));
+    preferences->setShortcut(QKeySequence::Preferences);
+    preferences->setMenuRole(QAction::PreferencesRole);
+    connect(preferences, &QAction::triggered, this, &DocumentWindow::showPreferences);
+}
+
+void DocumentWindow::showPreferences() {
+    // One window for the application: a second choice brings it forward.
+    static QPointer<PreferencesDialog> dialog;
+    if (!dialog) {
+        dialog = new PreferencesDialog;
+        dialog->setAttribute(Qt::WA_DeleteOnClose);
+    }
+    dialog->show();
+    dialog->raise();
+    dialog->activateWindow();
 }
 
 void DocumentWindow::createTableModel() {
@@ -146,9 +179,14 @@ void DocumentWindow::reloadTable() {
 }
 
 void DocumentWindow::setSpinnerRunning(DocumentView::Spinner which, bool running) {
-    QProgressBar* busy =
-        which == DocumentView::Spinner::AddFiles ? m_ui->spinner : m_ui->previewSpinner;
-    busy->setVisible(running);
+    if (which == DocumentView::Spinner::AddFiles) {
+        m_ui->spinner->setVisible(running);
+        return;
+    }
+    // Previews overlap while the user types: the indicator runs until the last ends.
+    m_previewsRunning = std::max(0, m_previewsRunning + (running ? 1 : -1));
+    m_ui->previewSpinner->setVisible(m_previewsRunning > 0);
+    if (m_previewsRunning == 0) m_taskArea->previewsEnded();
 }
 
 void DocumentWindow::clearSelection() {
@@ -161,6 +199,10 @@ void DocumentWindow::updateActions() {
     const bool committing = m_bridge->commitRunning();
     m_ui->removeBtn->setEnabled(!committing && !selectedRows().isEmpty());
     m_ui->renameBtn->setEnabled(!committing && count > 0);
+    const QString action = m_taskArea->selectedTag() == kGapCheckTag ? QStringLiteral("Check Gaps")
+                                                                     : QStringLiteral("Rename");
+    m_ui->renameBtn->setText(action);
+    m_ui->renameBtn->setAccessibleName(action);
     m_ui->addBtn->setEnabled(!committing);
     m_ui->addFoldersBtn->setEnabled(!committing);
     m_ui->taskPopUp->setEnabled(!committing && m_ui->taskPopUp->count() > 0);
@@ -193,6 +235,20 @@ void DocumentWindow::removeSelected() {
 
 void DocumentWindow::rename() {
     if (m_document->fileCount() == 0 || m_bridge->commitRunning()) return;
+    if (m_taskArea->selectedTag() == kGapCheckTag) {
+        (void)m_document->checkFrameGaps(); // its report is a sheet of its own
+        return;
+    }
+    const QString patternError = m_taskArea->findPatternError();
+    if (!patternError.isEmpty()) {
+        // The previews show the old names: renaming now would rename nothing as shown.
+        m_bridge->alert({QStringLiteral("The find pattern cannot be used"),
+                         QStringLiteral("%1\n\nCorrect the pattern, or turn off Regular "
+                                        "Expression, before renaming.")
+                             .arg(patternError),
+                         QString(), QString(), QString(), AlertRequest::Parent::MainWindow, false});
+        return;
+    }
     m_document->process();
 }
 

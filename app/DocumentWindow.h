@@ -11,6 +11,7 @@ class DocumentViewBridge;
 class MyDocument;
 class QAbstractItemModel;
 class QXWindowController;
+class TaskArea;
 namespace Ui {
 class DocumentWindow;
 }
@@ -27,6 +28,7 @@ public:
     MyDocument& document() { return *m_document; }
     QXWindowController& controller() { return *m_controller; }
     DocumentViewBridge& bridge() { return *m_bridge; }
+    TaskArea& taskArea() { return *m_taskArea; }
 
     // Applies a batch read before the window existed and shows the task:
     // called once, after the document is filled.
@@ -58,6 +60,7 @@ public slots:
     void rename();
     // The batch changed in a way worth saving.
     void documentEdited();
+    void showPreferences(); // the application's one preferences window
 
 signals:
     void settingsChanged();
@@ -74,12 +77,16 @@ private:
     void buildMenus();
     void createTableModel();
 
+    static constexpr int kGapCheckTag = 8; // the task that checks instead of renaming
+
     std::unique_ptr<Ui::DocumentWindow> m_ui;
     // Declared before the document: the document's threads call it until they end.
     std::unique_ptr<DocumentViewBridge> m_bridge;
     std::unique_ptr<MyDocument> m_document;
     QXWindowController* m_controller = nullptr;
     TableModelHooks m_modelHooks;
+    TaskArea* m_taskArea = nullptr;
+    int m_previewsRunning = 0;
     bool m_closeApproved = false;
     bool m_closePending = false; // closing waits for a commit or an alert to end
 };
