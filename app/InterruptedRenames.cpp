@@ -55,8 +55,9 @@ bool InterruptedRenames::offer(QWidget* window) {
         answered(code);
     });
     QXAlert::alertSheetWithMessageText(
-        m_journals.size() == 1 ? QStringLiteral("A rename did not complete")
-                               : QStringLiteral("%1 renames did not complete").arg(m_journals.size()),
+        m_journals.size() == 1
+            ? QStringLiteral("A rename did not complete")
+            : QStringLiteral("%1 renames did not complete").arg(m_journals.size()),
         QStringLiteral("Restore Original Names"), QStringLiteral("Leave As They Are"), QString(),
         detail, window, nullptr, QString(), false, alert);
     return true;
