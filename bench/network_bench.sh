@@ -10,7 +10,8 @@
 # Environment: NETWORK_BENCH_FOLDERS (100) folders of NETWORK_BENCH_FOLDER_FILES (100) files,
 # NETWORK_BENCH_ONE_FOLDER (2000 files; 0 leaves either layout out), NETWORK_BENCH_RUNS (3),
 # NETWORK_BENCH_DELAY_US (1000 per request), NETWORK_BENCH_OPTIONS (more mount options:
-# "norenameflags,nolinks" behaves as an SMB mount), NETWORK_BENCH_DIR (default BUILD_DIR).
+# "norenameflags,nolinks" behaves as an SMB mount; "entry_timeout=S,attr_timeout=S" sets how
+# long the kernel trusts what it looked up, 1 s by default), NETWORK_BENCH_DIR (default BUILD_DIR).
 set -euo pipefail
 build=$(cd "${1:-build-bench}" && pwd)
 cli=$build/seqmate-cli
