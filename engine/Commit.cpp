@@ -3,6 +3,7 @@
 #include "CommitRunner.h"
 #include "FileMover.h"
 #include "PreviewPipeline.h"
+#include "ProposedName.h"
 #include "QXLocalPaths.h"
 #include "QXLog.h"
 
@@ -32,17 +33,23 @@ RenameJournal& CommitRunner::journal() {
     if (!m_journalTried) {
         m_journalTried = true;
         QString error;
-        if (!m_journal.create(&error))
-            QXLog::appendLog(QStringLiteral("Unable to create rename journal in %1. %2")
-                                 .arg(RenameJournal::folder(), error));
+        if (!m_journal.create(&error)) QXLog::appendLog(error);
     }
     return m_journal;
+}
+
+qint64 CommitRunner::record(RenameJournal::Kind kind, const QString& from, const QString& to,
+                            const QString& finalPath) {
+    const qint64 n = journal().begin(kind, from, to, finalPath);
+    if (n == 0) m_unrecorded = true;
+    return n;
 }
 
 QString CommitRunner::move(RenameJournal::Kind kind, const QString& from, const QString& to,
                            const QString& finalPath, int* errorCode) {
     RenameJournal& j = journal();
-    const qint64 n = j.begin(kind, from, to, finalPath);
+    const qint64 n = record(kind, from, to, finalPath);
+    if (n == 0) return j.error();
     const QString error = FileMover::move(from, to, errorCode);
     if (error.isEmpty())
         j.done(n);
@@ -64,7 +71,7 @@ bool CommitRunner::run() {
     bool atFolder = false;
     bool cancelled = false;
     QList<Job> batch;
-    while (!cancelled && (next < count || inFlight > 0)) {
+    while (!cancelled && !m_unrecorded && (next < count || inFlight > 0)) {
         if (inFlight <= ahead - chunk) {
             batch.reserve(ahead - inFlight);
             while (!atFolder && next < count && inFlight < ahead) {
@@ -77,8 +84,9 @@ bool CommitRunner::run() {
         }
         for (Job& job : takeFinished(std::min(chunk, inFlight))) {
             --inFlight;
-            if (job.cancelled) {
-                cancelled = true;
+            if (job.cancelled || job.unrecorded) {
+                cancelled = job.cancelled;
+                m_unrecorded = m_unrecorded || job.unrecorded;
                 break;
             }
             const bool stopped = job.stopsMover();
@@ -91,6 +99,7 @@ bool CommitRunner::run() {
             finish(job);
             if (m_files[job.index]->isDir()) atFolder = false;
             m_doc.incrementProgress();
+            if (m_unrecorded) break; // a move on this thread could not be recorded
             if (stopped) {
                 resumeMover();
                 break;
@@ -100,18 +109,22 @@ bool CommitRunner::run() {
     }
     stopMover();
     flushLog();
+    // A journal that could not be written stays without its "complete": it
+    // is listed as interrupted.
     if (m_journal.isOpen()) m_journal.complete();
     {
         QMutexLocker lock(&m_doc.m_commitMutex);
         m_doc.m_failedNames = m_failed;
         m_doc.m_journalPath = m_journal.path();
-        m_doc.m_commitSummary = {!cancelled, m_movedAside};
+        m_doc.m_commitSummary = {!cancelled && !m_unrecorded,
+                                 static_cast<int>(m_asides.size()),
+                                 m_renamed,
+                                 m_asides,
+                                 m_unrecorded ? m_journal.error() : QString(),
+                                 m_failureLines};
     }
-    if (m_failed.isEmpty()) return true;
-    m_doc.view().alert(
-        {QStringLiteral("Some files could not be renamed"),
-         QStringLiteral("The following files were not renamed:\n\n") + m_failed.join(u'\n'),
-         QString(), QString(), QString(), AlertRequest::Parent::ProgressSheet, true});
+    if (m_failed.isEmpty() && !m_unrecorded) return true;
+    reportFailures();
     return false;
 }
 
@@ -124,6 +137,8 @@ CommitRunner::Job CommitRunner::plan(int index) const {
     job.newPath = item.containerDir() + u'/' + job.proposed;
     if (job.proposed.isEmpty()) {
         job.kind = Job::Kind::Blank;
+    } else if (!ProposedName::problem(job.proposed).isEmpty()) {
+        job.kind = Job::Kind::NotAName;
     } else if (job.oldPath == job.newPath) {
         job.kind = Job::Kind::Unchanged;
     } else if (sameWhenLowered(job.oldPath, job.newPath)) {
@@ -155,6 +170,11 @@ void CommitRunner::finish(Job& job) {
         log(QStringLiteral("Unable to rename %1 - new filename is blank").arg(job.oldPath));
         fail(item);
         return;
+    case Job::Kind::NotAName:
+        log(QStringLiteral("Unable to rename %1 - new filename \"%2\" is not a file name: %3")
+                .arg(job.oldPath, job.proposed, ProposedName::problem(job.proposed)));
+        fail(item);
+        return;
     case Job::Kind::Unchanged:
         succeeded(job.index, job.oldPath, job.newPath, job.proposed);
         return;
@@ -164,12 +184,14 @@ void CommitRunner::finish(Job& job) {
             succeeded(job.index, job.oldPath, job.newPath, job.proposed);
             return;
         }
-        fail(item);
-        if (job.tempFailed)
+        if (job.tempFailed) {
+            fail(item);
             log(QStringLiteral("Unable to assign temporary name to old file %1. %2")
                     .arg(job.oldPath, job.error));
-        else // two placeholders for three values: the description is not shown
+        } else { // two placeholders for three values: the description is not shown
+            fail(item, QStringLiteral("left under the temporary name %1").arg(job.tmp));
             log(QStringLiteral("Unable to move to %1. %2").arg(job.tmp, job.newPath));
+        }
         return;
     case Job::Kind::Rename:
         break;
@@ -179,8 +201,14 @@ void CommitRunner::finish(Job& job) {
     // target then apply as if it had been seen first.
     QString error = job.error;
     if (!error.isEmpty() && (job.code == EEXIST || FileMover::exists(job.newPath))) {
-        if (!clearTheWay(item, job.newPath)) return;
-        error = move(RenameJournal::Kind::Rename, job.oldPath, job.newPath);
+        // A file that is gone pushes nothing aside: its new name may well be
+        // the file itself, renamed by an earlier run.
+        if (!FileMover::exists(job.oldPath)) {
+            error = FileMover::errorText(ENOENT);
+        } else {
+            if (!clearTheWay(item, job.newPath)) return;
+            error = move(RenameJournal::Kind::Rename, job.oldPath, job.newPath);
+        }
     }
     if (!error.isEmpty()) {
         fail(item);
@@ -197,7 +225,46 @@ void CommitRunner::succeeded(int index, const QString& oldPath, const QString& n
     // Re-pointing to the same folder changes nothing; skip the walk over the list.
     if (item.isDir() && oldPath != newPath) m_doc.updateFilesInFolder(oldPath, newPath);
     item.setFileName(newName); // synchronize, with the name already built
-    if (oldPath != newPath) m_doc.noteItemPathChanged(&item, oldPath, index);
+    if (oldPath == newPath) return;
+    m_doc.noteItemPathChanged(&item, oldPath, index);
+    ++m_renamed;
+}
+
+void CommitRunner::fail(const QXFileItem& item, const QString& note) {
+    const QString path = item.fullPath();
+    const QString name = QXFileItem::lastPathComponent(path);
+    m_failed.append(name);
+    QString where = note;
+    // The item took the dated name of a move aside that failed: its file never left.
+    if (where.isEmpty() && !m_asideFailedAt.isEmpty()) {
+        if (const auto it = m_asideFailedAt.constFind(path); it != m_asideFailedAt.constEnd())
+            where = QStringLiteral("still %1: it could not be moved aside").arg(*it);
+    }
+    m_failureLines.append(where.isEmpty() ? name : name + QStringLiteral(" (") + where + u')');
+}
+
+void CommitRunner::reportFailures() {
+    QString text;
+    if (m_unrecorded) {
+        text = m_journal.error() + QStringLiteral("\n\n");
+        text += m_journal.path().isEmpty()
+                    ? QStringLiteral("Nothing was renamed: no file is renamed without a journal "
+                                     "that can undo it.")
+                    : QStringLiteral("Renaming stopped before the next file. Files renamed so "
+                                     "far: %1, recorded in the journal %2, which can undo them.")
+                          .arg(m_renamed)
+                          .arg(m_journal.path());
+        if (!m_failed.isEmpty()) text += QStringLiteral("\n\n");
+    }
+    if (!m_failed.isEmpty())
+        text += QStringLiteral("The following files were not renamed:\n\n") +
+                m_failureLines.join(u'\n');
+    const QString message = !m_unrecorded ? QStringLiteral("Some files could not be renamed")
+                            : m_journal.path().isEmpty()
+                                ? QStringLiteral("The rename journal could not be created")
+                                : QStringLiteral("The rename journal could not be written");
+    m_doc.view().alert({message, text, QString(), QString(), QString(),
+                        AlertRequest::Parent::ProgressSheet, true});
 }
 
 bool MyDocument::copyFiles() {

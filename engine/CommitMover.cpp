@@ -33,7 +33,9 @@ qsizetype CommitRunner::executeRun(QList<Job>& run) {
             steps[i].second = j.announce(RenameJournal::Kind::FromTemp, job.tmpField, job.newField);
         }
     }
-    j.flush();
+    // A journal that could not be created or written stops the commit at its
+    // first move: a move it does not record could not be undone.
+    const bool recorded = j.flush() || !moves;
 
     // One step: made, and marked in the journal. The folder is held for this
     // run only: between runs the commit's thread may move folders itself.
@@ -56,6 +58,10 @@ qsizetype CommitRunner::executeRun(QList<Job>& run) {
             break;
         }
         const Steps& s = steps[reached];
+        if (!recorded && (job.kind == Job::Kind::Rename || job.kind == Job::Kind::ViaTemp)) {
+            job.unrecorded = true;
+            break;
+        }
         if (job.kind == Job::Kind::Rename) {
             job.error =
                 step(s.first, job.oldPath, job.newPath, job.oldNative, job.newNative, &job.code);
@@ -72,8 +78,9 @@ qsizetype CommitRunner::executeRun(QList<Job>& run) {
         if (job.stopsMover()) break;
     }
     const qsizetype dealtWith = std::min(reached + 1, run.size());
-    const bool cancelled = reached < run.size() && run[reached].cancelled;
-    for (qsizetype i = cancelled ? reached : dealtWith; i < run.size(); ++i) {
+    const bool notMade =
+        reached < run.size() && (run[reached].cancelled || run[reached].unrecorded);
+    for (qsizetype i = notMade ? reached : dealtWith; i < run.size(); ++i) {
         j.withdraw(steps[i].first);
         j.withdraw(steps[i].second);
     }

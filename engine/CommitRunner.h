@@ -7,6 +7,7 @@
 #include "QXLog.h"
 #include "RenameJournal.h"
 
+#include <QHash>
 #include <QStringList>
 
 #include <condition_variable>
@@ -42,7 +43,7 @@ public:
 private:
     // What one item needs, worked out before its turn.
     struct Job {
-        enum class Kind { Blank, Unchanged, Rename, ViaTemp };
+        enum class Kind { Blank, NotAName, Unchanged, Rename, ViaTemp };
         int index = 0;
         Kind kind = Kind::Unchanged;
         QString oldPath, newPath, proposed, tmp;
@@ -50,10 +51,11 @@ private:
         QByteArray oldField, newField, tmpField;    // and for the journal
         // Filled in by the mover.
         bool cancelled = false;
+        bool unrecorded = false; // the journal could not take its move: not made, and the end
         QString error;           // the failed step's description; empty: all went well
         int code = 0;            // its errno value
         bool tempFailed = false; // ViaTemp: the first step failed (else the second)
-        bool stopsMover() const { return cancelled || !error.isEmpty(); }
+        bool stopsMover() const { return cancelled || unrecorded || !error.isEmpty(); }
     };
     Job plan(int index) const;
     qsizetype executeRun(QList<Job>& run);
@@ -61,12 +63,17 @@ private:
     bool clearTheWay(QXFileItem& item, const QString& newPath);
     void succeeded(int index, const QString& oldPath, const QString& newPath,
                    const QString& newName);
-    void fail(const QXFileItem& item) {
-        m_failed.append(QXFileItem::lastPathComponent(item.fullPath()));
-    }
+    // A file not renamed; note: where its file is when not under that name.
+    void fail(const QXFileItem& item, const QString& note = QString());
+    void reportFailures();
     // Records the move in the journal, makes it, and records how it went.
+    // When the journal cannot take it, nothing moves and the run stops.
     QString move(RenameJournal::Kind kind, const QString& from, const QString& to,
                  const QString& finalPath = QString(), int* errorCode = nullptr);
+    // Records a step before it is made; 0 when the journal cannot take it,
+    // which stops the run (m_unrecorded) before anything else moves.
+    qint64 record(RenameJournal::Kind kind, const QString& from, const QString& to,
+                  const QString& finalPath = QString());
     RenameJournal& journal();
     // This thread's log lines go to the log a chunk of files at a time: one
     // hand-over per line kept the log's writer waking up for every file.
@@ -90,7 +97,11 @@ private:
     RenameJournal m_journal;
     bool m_journalTried = false;
     QStringList m_failed;
-    int m_movedAside = 0;
+    QStringList m_failureLines; // m_failed, each with its note
+    QList<MyDocument::MovedAside> m_asides;
+    QHash<QString, QString> m_asideFailedAt; // dated path -> where the file stayed
+    int m_renamed = 0;
+    bool m_unrecorded = false; // the journal failed: the run stopped there
     QStringList m_logLines;
 
     // Standard primitives rather than Qt's: the thread sanitizer sees through them.

@@ -26,17 +26,24 @@ QString datedName(const QString& p) {
 
 // Moves whatever stands at newPath out of the way; false when item failed.
 bool CommitRunner::clearTheWay(QXFileItem& item, const QString& newPath) {
-    flushLog(); // the lines of the files before this one go first
+    flushLog();                // the lines of the files before this one go first
+    if (!journal().isOpen()) { // nothing moves unrecorded
+        m_unrecorded = true;
+        return false;
+    }
     if (const FileItemPtr inWay = m_doc.fileInQueue(newPath)) {
         QXLog::appendLog(
             QStringLiteral("Proposed file %1 exists, renaming old file...").arg(newPath));
         const QString dated = datedName(newPath);
         // The batch item follows its file to the dated name, even if the move then fails.
+        const QString wanted = inWay->proposedFileName();
         inWay->setFileName(QXFileItem::lastPathComponent(dated));
-        ++m_movedAside;
         m_doc.noteItemPathChanged(inWay.get(), newPath);
         const QString error = move(RenameJournal::Kind::Aside, newPath, dated);
+        // What happened to that file, for the reports: they name what is on disk.
+        m_asides.append({newPath, dated, wanted, error});
         if (!error.isEmpty()) {
+            m_asideFailedAt.insert(dated, QXFileItem::lastPathComponent(newPath));
             fail(item);
             QXLog::appendLog(QStringLiteral("Unable to assign temporary name to old file %1. %2")
                                  .arg(newPath, error));
@@ -59,7 +66,8 @@ bool CommitRunner::clearTheWay(QXFileItem& item, const QString& newPath) {
     }
     case 2: {
         RenameJournal& j = journal();
-        const qint64 n = j.begin(RenameJournal::Kind::Trash, newPath, QString());
+        const qint64 n = record(RenameJournal::Kind::Trash, newPath, QString());
+        if (n == 0) return false;
         QString where;
         const QString error = FileMover::moveToTrash(newPath, &where);
         if (!error.isEmpty()) {
@@ -75,7 +83,8 @@ bool CommitRunner::clearTheWay(QXFileItem& item, const QString& newPath) {
         const QString dir = joinPath(folderOf(newPath), QStringLiteral("Conflicting files"));
         if (!FileMover::exists(dir)) {
             RenameJournal& j = journal();
-            const qint64 n = j.begin(RenameJournal::Kind::MakeDir, dir, QString());
+            const qint64 n = record(RenameJournal::Kind::MakeDir, dir, QString());
+            if (n == 0) return false;
             const QString error = FileMover::makePath(dir);
             if (!error.isEmpty()) {
                 j.failed(n, error);
