@@ -193,7 +193,10 @@ void addCommitOptions(CLI::App& app, CommitOptions& o) {
 
 std::optional<int> runJournalCommand(const CommitOptions& o) {
     if (o.recover) return recover();
-    if (!o.undo.empty()) return undo(QString::fromStdString(o.undo));
+    if (!o.undo.empty()) {
+        FileMover::installFaultsFromEnvironment(); // an undo can be tested cut short too
+        return undo(QString::fromStdString(o.undo));
+    }
     return std::nullopt;
 }
 

@@ -127,14 +127,15 @@ TEST_F(CommitGuardsTest, GoneSourcePushesNothingAside) {
 
         EXPECT_FALSE(doc.copyFiles());
         EXPECT_EQ(tree.list(dir), QStringList{u"P_a.txt"_s});
-        EXPECT_TRUE(logMessages().contains(u"Unable to rename file %1 to %2. No such file or directory"_s
-                                               .arg(tree(dir + u"/a.txt"_s), tree(dir + u"/P_a.txt"_s))));
+        EXPECT_TRUE(logMessages().contains(
+            u"Unable to rename file %1 to %2. No such file or directory"_s.arg(
+                tree(dir + u"/a.txt"_s), tree(dir + u"/P_a.txt"_s))));
     }
 }
 
 TEST_F(CommitGuardsTest, NameThatIsNoFileNameFailsAndNothingMoves) {
-    const QString names[] = {u"./a.txt"_s, u"../a.txt"_s, u"."_s, u".."_s, u"sub/a.txt"_s,
-                             u"a\0b"_s};
+    const QString names[] = {u"./a.txt"_s, u"../a.txt"_s,  u"."_s,
+                             u".."_s,      u"sub/a.txt"_s, u"a\0b"_s};
     for (qsizetype i = 0; i < qsizetype(std::size(names)); ++i) {
         SCOPED_TRACE(names[i].toStdString());
         const QString dir = u"case%1"_s.arg(i);
