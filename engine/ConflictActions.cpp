@@ -26,8 +26,10 @@ QString datedName(const QString& p) {
 
 // Moves whatever stands at newPath out of the way; false when item failed.
 bool CommitRunner::clearTheWay(QXFileItem& item, const QString& newPath) {
-    flushLog();                // the lines of the files before this one go first
-    if (!journal().isOpen()) { // nothing moves unrecorded
+    // The lines of the files before this one go first.
+    flushLog();
+    // Nothing moves unrecorded.
+    if (!journal().isOpen()) {
         m_unrecorded = true;
         return false;
     }
