@@ -318,8 +318,10 @@ QStringList RenameJournal::list() {
 
 bool RenameJournal::appendUndone(const QString& path, const QString& undoJournal) {
     QFile f(path);
-    if (!f.open(QIODevice::WriteOnly | QIODevice::Append)) return false;
-    const QByteArray line = "undone\t" + encodePath(undoJournal) + '\n';
+    if (!f.open(QIODevice::ReadWrite | QIODevice::Append)) return false;
+    QByteArray line = "undone\t" + encodePath(undoJournal) + '\n';
+    // A record cut short (a full disk, a crash) must not swallow this one.
+    if (f.size() > 0 && f.seek(f.size() - 1) && f.read(1) != "\n") line.prepend('\n');
     return f.write(line) == line.size();
 }
 

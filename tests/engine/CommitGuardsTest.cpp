@@ -96,6 +96,7 @@ TEST_F(CommitGuardsTest, FullDiskStopsBeforeTheNextMoveAndLeavesAJournalToUndo) 
     const RenameJournal::UndoReport report = RenameJournal::undo(j->path, &error);
     EXPECT_TRUE(report.refused.isEmpty()) << report.refused.join(u'\n').toStdString();
     EXPECT_EQ(tree.list(), names);
+    EXPECT_EQ(RenameJournal::read(j->path)->undoneBy, report.undoJournal); // past a torn record
 }
 
 // The file was renamed by an earlier run: its new name is the file itself.
