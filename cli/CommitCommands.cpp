@@ -122,12 +122,18 @@ int undo(const QString& given) {
         printLine(stdout, m);
     for (const QString& r : report.refused)
         err(r);
-    printLine(stdout, QStringLiteral("%1 move%2 undone, %3 refused")
+    if (!report.journalError.isEmpty())
+        err(QStringLiteral("seqmate-cli: undo stopped: nothing moves without a journal. %1")
+                .arg(report.journalError));
+    const QString already = report.alreadyUndone == 0
+                                ? QString()
+                                : QStringLiteral(", %1 already undone").arg(report.alreadyUndone);
+    printLine(stdout, QStringLiteral("%1 move%2 undone%3, %4 refused")
                           .arg(report.undone)
-                          .arg(plural(report.undone))
+                          .arg(plural(report.undone), already)
                           .arg(report.refused.size()));
     if (!report.undoJournal.isEmpty()) err(QStringLiteral("journal: %1").arg(report.undoJournal));
-    return report.refused.isEmpty() ? 0 : 1;
+    return report.refused.isEmpty() && report.journalError.isEmpty() ? 0 : 1;
 }
 
 int recover() {
@@ -137,9 +143,23 @@ int recover() {
         return 0;
     }
     for (const RenameJournal::Interrupted& i : found) {
-        printLine(stdout, QStringLiteral("%1 (started %2): %3 move%4 done, %5 not marked done")
-                              .arg(i.contents.path, i.contents.started.toString(
-                                                        QStringLiteral("yyyy-MM-dd HH:mm:ss")))
+        const RenameJournal::Contents& c = i.contents;
+        const QString head =
+            c.path + QStringLiteral(" (started %1): ")
+                         .arg(c.started.toString(QStringLiteral("yyyy-MM-dd HH:mm:ss")));
+        const qsizetype left = i.temporaryFiles.size();
+        if (c.complete)
+            printLine(stdout,
+                      head + QStringLiteral("complete, %1 file%2 left under a temporary name")
+                                 .arg(left)
+                                 .arg(plural(left)));
+        else
+            printLine(stdout,
+                      head +
+                          (c.undoes.isEmpty()
+                               ? QString()
+                               : QStringLiteral("an interrupted undo of %1: ").arg(c.undoes)) +
+                          QStringLiteral("%1 move%2 done, %3 not marked done")
                               .arg(i.done)
                               .arg(plural(i.done))
                               .arg(i.pending));
@@ -147,8 +167,9 @@ int recover() {
             printLine(stdout, QStringLiteral("  in progress: ") + p);
         for (const QString& t : i.temporaryFiles)
             printLine(stdout, QStringLiteral("  temporary: ") + t);
-        printLine(stdout,
-                  QStringLiteral("  undo with: seqmate-cli --undo '%1'").arg(i.contents.path));
+        printLine(stdout, (c.undoes.isEmpty() ? QStringLiteral("  undo with: ")
+                                              : QStringLiteral("  finish the undo with: ")) +
+                              QStringLiteral("seqmate-cli --undo '%1'").arg(i.undoWith));
     }
     return 0;
 }
@@ -172,7 +193,10 @@ void addCommitOptions(CLI::App& app, CommitOptions& o) {
 
 std::optional<int> runJournalCommand(const CommitOptions& o) {
     if (o.recover) return recover();
-    if (!o.undo.empty()) return undo(QString::fromStdString(o.undo));
+    if (!o.undo.empty()) {
+        FileMover::installFaultsFromEnvironment(); // an undo can be tested cut short too
+        return undo(QString::fromStdString(o.undo));
+    }
     return std::nullopt;
 }
 
@@ -186,9 +210,6 @@ int runCommit(MyDocument& doc, const CommitOptions& o, const PreviewRows& rows) 
                 conflicting.append(files[i]->fullPath() + QStringLiteral(" -> ") +
                                    rows.newNames[i]);
     }
-    // The names before the commit tell files left alone from files moved
-    // aside afterwards (the commit keeps the list's order).
-    const QStringList& before = rows.names;
     if (!conflicting.isEmpty() && !o.allowConflicts) {
         err(QStringLiteral("seqmate-cli: not renaming: %1 file%2 would get the same name as "
                            "another (--allow-conflicts renames anyway):")
@@ -233,23 +254,30 @@ int runCommit(MyDocument& doc, const CommitOptions& o, const PreviewRows& rows) 
     const QStringList failed = doc.lastFailedNames();
     const QSet<QString> listed(failed.cbegin(), failed.cend());
     QStringList notReached;
-    QStringList aside;
     const MyDocument::CommitSummary summary = doc.lastCommitSummary();
+    // Batch files moved out of another's way, by what is on disk now: one
+    // whose own turn renamed it on from its dated name needs no word.
+    QSet<QString> asidePaths;
+    for (const MyDocument::MovedAside& a : summary.asides) {
+        asidePaths.insert(a.to);
+        if (!a.error.isEmpty())
+            err(QStringLiteral("Not moved aside: %1 keeps its name (%2)")
+                    .arg(QFileInfo(a.from).fileName(), a.error));
+        else if (FileMover::exists(a.to))
+            err(QStringLiteral("Left under a dated name: %1 (wanted %2)")
+                    .arg(QFileInfo(a.to).fileName(), a.wanted));
+    }
+    // Without a journal nothing moved: the message said so, and a list of
+    // every file would only bury it.
+    const bool nothingMoved = !summary.journalError.isEmpty() && doc.lastJournalPath().isEmpty();
     // Otherwise every file is renamed or failed, and the names need no second look.
-    const bool leftSome = !summary.reachedEnd || summary.movedAside > 0;
+    const bool leftSome = !nothingMoved && (!summary.reachedEnd || !summary.asides.isEmpty());
     const FileList files = leftSome ? doc.fileArray() : FileList();
     for (qsizetype i = 0; i < files.size(); ++i) {
         const QString name = files[i]->fileName();
-        const QString wanted = files[i]->proposedFileName();
-        if (name == wanted || listed.contains(name)) continue;
-        // A batch file moved out of the way after its own turn keeps its dated name.
-        if (i < before.size() && name != before[i])
-            aside.append(QStringLiteral("%1 (wanted %2)").arg(name, wanted));
-        else
-            notReached.append(name);
+        if (name == files[i]->proposedFileName() || listed.contains(name)) continue;
+        if (!asidePaths.contains(files[i]->fullPath())) notReached.append(name);
     }
-    for (const QString& a : aside)
-        err(QStringLiteral("Left under a dated name: ") + a);
     if (!notReached.isEmpty()) {
         err(QStringLiteral("%1: %2 more file%3 not renamed:")
                 .arg(interrupted ? QStringLiteral("Interrupted") : QStringLiteral("Stopped"))

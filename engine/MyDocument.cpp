@@ -4,6 +4,7 @@
 #include "InTwoHalves.h"
 #include "Preferences.h"
 #include "PreviewPipeline.h"
+#include "ProposedName.h"
 #include "QXException.h"
 #include "QXLog.h"
 
@@ -511,7 +512,12 @@ bool MyDocument::rowIsConflicting(int row) const {
     QMutexLocker lock(&m_mutex);
     if (row < 0 || row >= m_files.size()) return false;
     const FileItemPtr preview = m_files[row]->previewObject();
-    return preview && preview->isConflicting();
+    return preview && (preview->isConflicting() || !rowNameProblemLocked(row).isEmpty());
+}
+
+QString MyDocument::rowNameProblemLocked(int row) const {
+    const FileItemPtr preview = m_files[row]->previewObject();
+    return preview ? ProposedName::problem(preview->fileName()) : QString();
 }
 
 QString MyDocument::conflictToolTip() {
@@ -519,6 +525,13 @@ QString MyDocument::conflictToolTip() {
 }
 
 QString MyDocument::toolTip(int row) const {
+    {
+        QMutexLocker lock(&m_mutex);
+        if (row < 0 || row >= m_files.size()) return QString();
+        const QString problem = rowNameProblemLocked(row);
+        if (!problem.isEmpty())
+            return QStringLiteral("The proposed filename is not a file name: %1.").arg(problem);
+    }
     return rowIsConflicting(row) ? conflictToolTip() : QString();
 }
 

@@ -57,6 +57,8 @@ public:
     enum class Column { Filename, Preview };
     int numberOfRows() const { return static_cast<int>(fileCount()); }
     QString objectValue(Column column, int row) const;
+    // Whether the row shows the caution: its proposed name is another's too,
+    // or it is not a file name at all (the tool tip says which).
     bool rowIsConflicting(int row) const;
     QString toolTip(int row) const; // empty: none
     static QString conflictToolTip();
@@ -215,12 +217,29 @@ public:
     QStringList lastFailedNames() const;
     // The rename journal of the last commit (empty when none was written).
     QString lastJournalPath() const;
+    // A batch file that stood at another's new name and was moved to a dated
+    // name (the item carries that name even when the move failed).
+    struct MovedAside {
+        QString from;   // where it stood
+        QString to;     // its dated name
+        QString wanted; // the name it was to get itself
+        QString error;  // empty: moved; else why it stayed at from
+    };
     // How the last commit ended beyond its failures: whether it went through
     // the whole list, and how many batch files it moved out of another's way.
     // When it did and moved none aside, every file is renamed or failed.
     struct CommitSummary {
         bool reachedEnd = false;
         int movedAside = 0;
+        int renamed = 0;
+        QList<MovedAside> asides; // in the order they happened
+        // The rename journal could not be created (nothing moved) or written
+        // (the run stopped before the next move): why. The files after that
+        // point are neither renamed nor counted as failed.
+        QString journalError;
+        // The report's lines: each failed name, with where its file is now
+        // when that is not under that name.
+        QStringList failureLines;
     };
     CommitSummary lastCommitSummary() const;
 
@@ -231,6 +250,7 @@ private:
     void addPathLocked(const QString& path, bool verifyUnique, bool preserveFolders);
     void appendItemLocked(FileItemPtr item);
     void rebuildIndexLocked() const;
+    QString rowNameProblemLocked(int row) const; // why the preview's name is no file name
     // The index, rebuilt first when a commit left it stale.
     FileIndex& indexLocked() const;
     void startThread(std::function<void()> work);

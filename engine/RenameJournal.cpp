@@ -14,6 +14,7 @@
 #include <cstring>
 #include <fcntl.h>
 #include <initializer_list>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace {
@@ -30,18 +31,6 @@ constexpr KindName kindNames[] = {
     {RenameJournal::Kind::Trash, "trash"},     {RenameJournal::Kind::MakeDir, "mkdir"},
     {RenameJournal::Kind::Undo, "undo"},       {RenameJournal::Kind::RemoveDir, "rmdir"},
 };
-
-bool isMove(RenameJournal::Kind kind) {
-    return kind != RenameJournal::Kind::MakeDir && kind != RenameJournal::Kind::RemoveDir &&
-           kind != RenameJournal::Kind::Trash;
-}
-
-// The trash keeps "<trash>/files/NAME" with "<trash>/info/NAME.trashinfo" beside it.
-QString trashInfoPath(const QString& pathInTrash) {
-    const QFileInfo fi(pathInTrash);
-    return QFileInfo(fi.path()).path() + QStringLiteral("/info/") + fi.fileName() +
-           QStringLiteral(".trashinfo");
-}
 
 // A record's number in decimal, without an array of its own.
 class Number {
@@ -71,10 +60,17 @@ void appendRecord(QByteArray& out, std::initializer_list<QByteArrayView> pieces)
     }
 }
 
-bool folderIsEmpty(const QString& dir) {
-    return QDir(dir)
-        .entryList(QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden | QDir::System)
-        .isEmpty();
+// The folder and its missing parents; 0 or the errno value. Not through
+// FileMover: the journal's own folder is no step of the commit.
+int makeFolders(const QByteArray& dir) {
+    for (qsizetype slash = dir.indexOf('/', 1);; slash = dir.indexOf('/', slash + 1)) {
+        const QByteArray part = slash < 0 ? dir : dir.left(slash);
+        if (::mkdir(part.constData(), 0777) != 0 && errno != EEXIST) return errno;
+        if (slash < 0) break;
+    }
+    struct stat st {};
+    if (::stat(dir.constData(), &st) != 0) return errno;
+    return S_ISDIR(st.st_mode) ? 0 : ENOTDIR;
 }
 } // namespace
 
@@ -136,30 +132,34 @@ QString RenameJournal::decodePath(const QByteArray& field) {
     return QString::fromUtf8(QByteArray::fromPercentEncoding(field));
 }
 
-bool RenameJournal::create(QString* error) {
+bool RenameJournal::create(QString* error, const QString& undoes) {
     const QString dir = folder();
-    if (!QDir().mkpath(dir)) {
-        if (error) *error = QStringLiteral("Unable to create folder %1.").arg(dir);
+    const auto fail = [&](int code) {
+        m_error = QStringLiteral("Unable to create rename journal in %1. %2")
+                      .arg(dir, FileMover::errorText(code));
+        if (error) *error = m_error;
         return false;
-    }
+    };
+    if (const int e = makeFolders(QFile::encodeName(dir))) return fail(e);
     const QString name = QDateTime::currentDateTime().toString(QStringLiteral("yyyyMMdd-HHmmss")) +
                          u'-' + QUuid::createUuid().toString(QUuid::WithoutBraces) +
                          QStringLiteral(".journal");
     const QString path = dir + u'/' + name;
     const int fd = ::open(QFile::encodeName(path).constData(),
                           O_WRONLY | O_CREAT | O_EXCL | O_APPEND | O_CLOEXEC, 0644);
-    if (fd < 0) {
-        if (error) *error = FileMover::errorText(errno);
-        return false;
-    }
+    if (fd < 0) return fail(errno);
     m_fd = fd;
     m_path = path;
     m_next = 1;
-    const QByteArray start =
+    QByteArray start =
         header + "\nbegin\t" + QDateTime::currentDateTime().toString(Qt::ISODate).toUtf8() + '\n';
+    if (!undoes.isEmpty()) start += "undoes\t" + encodePath(undoes) + '\n';
     if (!writeRecord(start)) {
-        if (error) *error = FileMover::errorText(errno);
-        return false;
+        // Not even the header: no journal to read later.
+        const int e = errno;
+        ::unlink(QFile::encodeName(path).constData());
+        m_path.clear();
+        return fail(e);
     }
     ::fdatasync(m_fd);
     // The new name itself must survive a crash too.
@@ -179,10 +179,15 @@ bool RenameJournal::writeRecord(const QByteArray& line) {
         const ssize_t n = ::write(m_fd, p, left);
         if (n < 0) {
             if (errno == EINTR) continue;
-            QXLog::appendLog(QStringLiteral("Unable to write rename journal %1. %2")
-                                 .arg(m_path, FileMover::errorText(errno)));
+            const int e = errno;
+            m_error = QStringLiteral("Unable to write rename journal %1. %2")
+                          .arg(m_path, FileMover::errorText(e));
+            QXLog::appendLog(m_error);
+            // Closed for good: a journal with a gap in it would misreport what moved.
             ::close(m_fd);
             m_fd = -1;
+            m_pending.clear();
+            errno = e;
             return false;
         }
         p += n;
@@ -195,8 +200,7 @@ qint64 RenameJournal::begin(Kind kind, const QString& from, const QString& to,
                             const QString& finalPath) {
     const qint64 n = announce(kind, encodePath(from), encodePath(to),
                               finalPath.isEmpty() ? QByteArray() : encodePath(finalPath));
-    flush();
-    return n;
+    return flush() ? n : 0;
 }
 
 qint64 RenameJournal::announce(Kind kind, const QByteArray& fromField, const QByteArray& toField,
@@ -232,10 +236,12 @@ void RenameJournal::failed(qint64 number, const QString& error) {
     flush();
 }
 
-void RenameJournal::flush() {
-    if (m_fd < 0 || m_pending.isEmpty()) return;
-    writeRecord(m_pending);
+bool RenameJournal::flush() {
+    if (m_fd < 0) return false;
+    if (m_pending.isEmpty()) return true;
+    if (!writeRecord(m_pending)) return false;
     m_pending.resize(0); // keeps the buffer for the next records
+    return true;
 }
 
 void RenameJournal::complete() {
@@ -294,6 +300,8 @@ std::optional<RenameJournal::Contents> RenameJournal::read(const QString& path, 
             c.complete = true;
         } else if (tag == "undone" && f.size() >= 2) {
             c.undoneBy = decodePath(f[1]);
+        } else if (tag == "undoes" && f.size() >= 2) {
+            c.undoes = decodePath(f[1]);
         }
     }
     return c;
@@ -310,8 +318,10 @@ QStringList RenameJournal::list() {
 
 bool RenameJournal::appendUndone(const QString& path, const QString& undoJournal) {
     QFile f(path);
-    if (!f.open(QIODevice::WriteOnly | QIODevice::Append)) return false;
-    const QByteArray line = "undone\t" + encodePath(undoJournal) + '\n';
+    if (!f.open(QIODevice::ReadWrite | QIODevice::Append)) return false;
+    QByteArray line = "undone\t" + encodePath(undoJournal) + '\n';
+    // A record cut short (a full disk, a crash) must not swallow this one.
+    if (f.size() > 0 && f.seek(f.size() - 1) && f.read(1) != "\n") line.prepend('\n');
     return f.write(line) == line.size();
 }
 
@@ -328,141 +338,4 @@ bool RenameJournal::stepHappened(const Step& step) {
     if (step.kind == Kind::RemoveDir) return !FileMover::exists(step.from);
     if (step.kind == Kind::Trash) return !FileMover::exists(step.from);
     return !FileMover::exists(step.from) && FileMover::exists(step.to);
-}
-
-RenameJournal::UndoReport RenameJournal::undo(const QString& path, QString* error) {
-    UndoReport report;
-    const auto contents = read(path, error);
-    if (!contents) return report;
-    if (!contents->undoneBy.isEmpty()) {
-        if (error)
-            *error = QStringLiteral("%1 was already undone by %2").arg(path, contents->undoneBy);
-        return report;
-    }
-    RenameJournal journal;
-    bool journalTried = false;
-    auto record = [&](Kind kind, const QString& from, const QString& to) -> qint64 {
-        if (!journalTried) {
-            journalTried = true;
-            QString why;
-            if (journal.create(&why))
-                report.undoJournal = journal.path();
-            else
-                report.messages.append(QStringLiteral("No undo journal: %1").arg(why));
-        }
-        return journal.begin(kind, from, to);
-    };
-    // Moves a file back unless it has left the place the journal gave it.
-    // unmarked: the move was never marked done, and is judged by the disk.
-    auto moveBack = [&](const QString& now, const QString& back, bool unmarked) -> bool {
-        if (!FileMover::exists(now)) {
-            report.refused.append(
-                QStringLiteral("Not undone: %1 is no longer at %2").arg(back, now));
-            return false;
-        }
-        if (FileMover::exists(back)) {
-            report.refused.append(
-                QStringLiteral("Not undone: %1 cannot go back to %2, which is taken")
-                    .arg(now, back));
-            return false;
-        }
-        const qint64 n = record(Kind::Undo, now, back);
-        const QString failure = FileMover::move(now, back);
-        if (!failure.isEmpty()) {
-            journal.failed(n, failure);
-            report.refused.append(QStringLiteral("Not undone: %1 could not be moved to %2. %3")
-                                      .arg(now, back, failure));
-            return false;
-        }
-        journal.done(n);
-        ++report.undone;
-        report.messages.append(
-            QStringLiteral("%1 -> %2").arg(now, back) +
-            (unmarked ? QStringLiteral(" (the move was not marked done)") : QString()));
-        return true;
-    };
-
-    for (auto it = contents->steps.crbegin(); it != contents->steps.crend(); ++it) {
-        const Step& s = *it;
-        if (!stepHappened(s)) continue;
-        switch (s.kind) {
-        case Kind::MakeDir:
-            if (!FileMover::exists(s.from)) break;
-            if (!folderIsEmpty(s.from)) {
-                report.messages.append(
-                    QStringLiteral("Left %1 in place: it is not empty").arg(s.from));
-            } else {
-                const qint64 n = record(Kind::RemoveDir, s.from, QString());
-                const QString failure = FileMover::removeDirectory(s.from);
-                if (failure.isEmpty())
-                    journal.done(n);
-                else
-                    journal.failed(n, failure);
-            }
-            break;
-        case Kind::RemoveDir:
-            if (FileMover::makePath(s.from).isEmpty()) ++report.undone;
-            break;
-        case Kind::Trash:
-            if (s.where.isEmpty()) {
-                report.refused.append(
-                    QStringLiteral(
-                        "Not undone: %1 went to the trash; the journal does not say where")
-                        .arg(s.from));
-            } else if (moveBack(s.where, s.from, false)) {
-                QFile::remove(trashInfoPath(s.where));
-            }
-            break;
-        default:
-            moveBack(s.to, s.from, s.state == State::Pending);
-            break;
-        }
-    }
-    journal.complete();
-    if (report.refused.isEmpty())
-        appendUndone(path, report.undoJournal.isEmpty() ? QStringLiteral("-") : report.undoJournal);
-    return report;
-}
-
-QList<RenameJournal::Interrupted> RenameJournal::interrupted() {
-    QList<Interrupted> out;
-    for (const QString& path : list()) {
-        auto contents = read(path);
-        if (!contents || contents->complete || !contents->undoneBy.isEmpty()) continue;
-        Interrupted r;
-        const QList<Step>& steps = contents->steps;
-        QList<bool> happened;
-        happened.reserve(steps.size());
-        for (const Step& s : steps) {
-            happened.append(stepHappened(s));
-            if (s.state == State::Done)
-                ++r.done;
-            else if (s.state == State::Pending) {
-                ++r.pending;
-                r.inProgress.append(QStringLiteral("%1 -> %2 (%3)")
-                                        .arg(s.from, s.to.isEmpty() ? QStringLiteral("?") : s.to,
-                                             happened.last() ? QStringLiteral("made")
-                                                             : QStringLiteral("not made")));
-            }
-        }
-        // A file put under a temporary or dated name whose next move never came.
-        QHash<QString, qsizetype> lastMoveFrom;
-        for (qsizetype i = 0; i < steps.size(); ++i)
-            if (happened[i] && isMove(steps[i].kind)) lastMoveFrom.insert(steps[i].from, i);
-        for (qsizetype i = 0; i < steps.size(); ++i) {
-            const Step& s = steps[i];
-            if (!happened[i] || (s.kind != Kind::Temp && s.kind != Kind::Aside)) continue;
-            const bool movedOn = lastMoveFrom.value(s.to, -1) > i;
-            if (movedOn || !FileMover::exists(s.to)) continue;
-            if (s.kind == Kind::Temp)
-                r.temporaryFiles.append(
-                    QStringLiteral("%1 (was %2, to become %3)").arg(s.to, s.from, s.finalPath));
-            else
-                r.temporaryFiles.append(
-                    QStringLiteral("%1 (moved aside from %2)").arg(s.to, s.from));
-        }
-        r.contents = std::move(*contents);
-        out.append(std::move(r));
-    }
-    return out;
 }

@@ -20,6 +20,7 @@
 //   fail  <n> <error>                           after it failed, or was announced and not made
 //   complete                                    the commit ended
 //   undone <journal>                            undone by that journal
+//   undoes <journal>                            (an undo's own journal) the journal it undoes
 // Records are written with write(2) on an O_APPEND descriptor, always before
 // the move they describe: a killed process leaves every record it wrote, since
 // the data is in the page cache. A run of moves may be announced together, in
@@ -41,7 +42,8 @@ public:
         Conflict, // a foreign file in the way -> "Conflicting files"
         Trash,    // a foreign file in the way -> the trash (done carries where)
         MakeDir,  // the "Conflicting files" folder was created
-        Undo,     // a move that reverses an earlier one
+        Undo,     // a move that reverses an earlier one (final: where the file ends up,
+                  // when this move is one of several that take it back)
         RemoveDir // an undo removed a folder the commit had created
     };
     enum class State { Pending, Done, Failed };
@@ -61,6 +63,7 @@ public:
         QList<Step> steps;
         bool complete = false;
         QString undoneBy; // the journal of the undo, when undone
+        QString undoes;   // for an undo's own journal: the journal it undoes
     };
 
     RenameJournal() = default;
@@ -70,11 +73,17 @@ public:
 
     static QString folder(); // QXLog::logFolder() + "/Journals"
     // Creates a new journal in folder(); false with a description on failure.
-    bool create(QString* error);
+    // undoes: for an undo's own journal, the journal it undoes.
+    bool create(QString* error, const QString& undoes = QString());
+    // False before create(), and from the moment a record could not be
+    // written: nothing may move once it is false.
     bool isOpen() const { return m_fd >= 0; }
     QString path() const { return m_path; }
+    // Why the journal could not be created or written; empty when it could.
+    QString error() const { return m_error; }
 
-    // Records a step before it is made; returns its number (0 when not open).
+    // Records a step before it is made; returns its number (0 when it could
+    // not be written, and the step must not be made).
     qint64 begin(Kind kind, const QString& from, const QString& to,
                  const QString& finalPath = QString());
     // Records a move in the buffer only: flush() writes it, which must come
@@ -88,8 +97,8 @@ public:
     void failed(qint64 number, const QString& error);
     // The final record; syncs and closes the file.
     void complete();
-    // Writes the marks that wait for the next record.
-    void flush();
+    // Writes the records that wait in the buffer; false when it cannot.
+    bool flush();
 
     static QString kindName(Kind kind);
     static std::optional<Kind> kindFromName(const QString& name);
@@ -112,30 +121,42 @@ public:
 
     // Reverses the moves of a journal, last first, recording them in a new
     // journal. A step whose file is no longer where the journal left it (or
-    // whose old place is taken) is refused with a message and skipped.
+    // whose old place is taken) is refused with a message and skipped; one
+    // that an earlier, interrupted undo of the same journal already reversed
+    // counts as undone. Nothing moves without the undo's own journal: when it
+    // cannot be created or written, the undo stops there (journalError).
     struct UndoReport {
         QString undoJournal; // empty when nothing had to move
         int undone = 0;
-        QStringList refused;  // one message per step refused
-        QStringList messages; // what was done, one line per step
+        int alreadyUndone = 0; // reversed by an earlier undo that was cut short
+        QStringList refused;   // one message per step refused
+        QStringList messages;  // what was done, one line per step
+        QString journalError;  // set when the undo stopped for want of its journal
     };
     static UndoReport undo(const QString& path, QString* error);
 
-    // What an interrupted commit left behind.
+    // What an interrupted commit or undo left behind.
     struct Interrupted {
         Contents contents;
         int done = 0;
         int pending = 0;
         QStringList temporaryFiles; // "TMP (was OLD, to become NEW)"
         QStringList inProgress;     // moves recorded but not marked done
+        // The journal whose undo puts everything back: the journal itself,
+        // or for an interrupted undo the journal it was undoing (undoing the
+        // undo's own journal would make the renames again).
+        QString undoWith;
     };
-    // The journals without "complete" that were not undone.
+    // The journals that need a look: those without "complete" that were not
+    // undone (an interrupted undo only while its journal is not undone
+    // since), and complete ones that left a file under a temporary name.
     static QList<Interrupted> interrupted();
 
 private:
     bool writeRecord(const QByteArray& line);
     int m_fd = -1;
     QString m_path;
+    QString m_error;
     QByteArray m_pending; // done/fail marks not yet written
     qint64 m_next = 1;
 };

@@ -268,6 +268,72 @@ TEST_F(CommitCli, CtrlCStopsBetweenFilesAndStillWritesSummaryAndJournal) {
     EXPECT_TRUE(err.contains(u"journal: "_s + currentJournal()));
 }
 
+TEST_F(CommitCli, WithoutAJournalNothingIsRenamed) {
+    makeFiles(u"a.%1.jpg"_s, 3);
+    const QStringList original = tree.list(u"files"_s);
+    tree.file(u"home/.local/share/Logs/Corvane/Journals"_s, "in the way");
+    const CliResult r = run(
+        {u"-t"_s, u"prefix"_s, u"-s"_s, u"prefix=x_"_s, u"--apply"_s, u"-y"_s, tree(u"files"_s)});
+    EXPECT_EQ(r.status, 1);
+    EXPECT_TRUE(r.err.contains(u"The rename journal could not be created\nUnable to create rename "
+                               u"journal in "_s))
+        << r.err.toStdString();
+    EXPECT_FALSE(r.err.contains(u"not renamed:"_s)); // no list of every file
+    EXPECT_EQ(tree.list(u"files"_s), original);
+}
+
+// The move aside fails: the file in the way keeps its name, and no report
+// names the dated name it never got.
+TEST_F(CommitCli, FailedMoveAsideIsReportedAsWhatHappened) {
+    const QString jpg = tree.file(u"files/a.jpg"_s, "jpg");
+    const QString png = tree.file(u"files/a.png"_s, "png");
+    const CliResult r =
+        run({u"-t"_s, u"remove-ext"_s, u"--apply"_s, u"-y"_s, u"--allow-conflicts"_s, jpg, png},
+            {u"SEQMATE_FAULT_FAIL=3"_s}); // a.jpg -> a, a.png -> a (taken), a aside
+    EXPECT_EQ(r.status, 1);
+    EXPECT_TRUE(r.err.contains(u"Not moved aside: a keeps its name (Input/output error)"_s))
+        << r.err.toStdString();
+    EXPECT_FALSE(r.err.contains(u"Left under a dated name"_s));
+    EXPECT_EQ(tree.list(u"files"_s), (QStringList{u"a"_s, u"a.png"_s}));
+    EXPECT_EQ(tree.read(u"files/a"_s), "jpg");
+}
+
+// An undo killed between the two moves that take a file back from a case
+// change: --recover lists the file and sends the user back to the original
+// journal, whose second undo finishes the work.
+TEST_F(CommitCli, InterruptedUndoIsFinishedByUndoingTheOriginalAgain) {
+    makeFiles(u"IMG_%1.JPG"_s, 3);
+    const QStringList original = tree.list(u"files"_s);
+    const CliResult commit = run({u"-t"_s, u"lower"_s, u"--apply"_s, u"-y"_s, tree(u"files"_s)});
+    ASSERT_EQ(commit.status, 0) << commit.err.toStdString();
+    const QString journal = journalOf(commit);
+    QProcess undo;
+    undo.setStandardOutputFile(QProcess::nullDevice());
+    start(undo, {u"--undo"_s, journal}, {u"SEQMATE_FAULT_STOP_AFTER=1"_s});
+    const bool stopped = waitForLastingTemporaryName();
+    undo.kill();
+    undo.waitForFinished();
+    ASSERT_TRUE(stopped);
+
+    const CliResult recover = run({u"--recover"_s});
+    EXPECT_TRUE(recover.out.contains(u"  temporary: "_s + tree(u"files/"_s) + temporaryName() +
+                                     u" (was "_s))
+        << recover.out.toStdString();
+    EXPECT_TRUE(
+        recover.out.contains(u"  finish the undo with: seqmate-cli --undo '%1'\n"_s.arg(journal)))
+        << recover.out.toStdString();
+    // Never the undo's own journal: undoing it would make the renames again.
+    auto commands = QRegularExpression(u"--undo '([^']*)'"_s).globalMatch(recover.out);
+    while (commands.hasNext())
+        EXPECT_EQ(commands.next().captured(1), journal);
+    const CliResult again = run({u"--undo"_s, journal});
+    EXPECT_EQ(again.status, 0) << again.err.toStdString();
+    EXPECT_TRUE(again.out.contains(u"5 moves undone, 1 already undone, 0 refused"_s))
+        << again.out.toStdString();
+    EXPECT_EQ(tree.list(u"files"_s), original);
+    EXPECT_EQ(run({u"--recover"_s}).out, u"No interrupted renames.\n"_s);
+}
+
 TEST_F(CommitCli, UndoOfSomethingThatIsNoJournalIsAUsageError) {
     const CliResult r = run({u"--undo"_s, tree.file(u"files/nope"_s, "x")});
     EXPECT_EQ(r.status, 2);

@@ -107,6 +107,12 @@ TEST_F(CommitTest, CaseOnlyChangeOntoAnotherExistingFileFailsAndLeavesThatFileIn
     EXPECT_EQ(readText(tmp), u"A.txt"_s);
     EXPECT_EQ(j->steps[1].state, RenameJournal::State::Failed);
     EXPECT_TRUE(logMessages().contains(u"Unable to move to %1. %2"_s.arg(tmp, tree(u"a.txt"_s))));
+    // The commit ran to its end, and the file is still listed for recovery.
+    EXPECT_TRUE(j->complete);
+    const auto left = RenameJournal::interrupted();
+    ASSERT_EQ(left.size(), 1);
+    EXPECT_EQ(left[0].temporaryFiles, QStringList{u"%1 (was %2, to become %3)"_s.arg(
+                                          tmp, tree(u"A.txt"_s), tree(u"a.txt"_s))});
 }
 
 TEST_F(CommitTest, SwappingTwoBatchFilesMovesTheSecondAsideFirst) {
@@ -314,9 +320,15 @@ TEST_F(CommitTest, FailedMoveAsideKeepsTheDatedNameOnTheItemInTheWay) {
         u"Unable to assign temporary name to old file %1. Input/output error"_s.arg(
             tree(u"b.txt"_s))));
     EXPECT_TRUE(f[1]->fileName().startsWith(u"b_"_s));
-    // Its own turn then fails: its file never left b.txt.
+    // Its own turn then fails: its file never left b.txt, and the report says so.
     EXPECT_EQ(doc.lastFailedNames(), (QStringList{u"a.txt"_s, f[1]->fileName()}));
     EXPECT_EQ(tree.list(), (QStringList{u"a.txt"_s, u"b.txt"_s}));
+    const MyDocument::CommitSummary summary = doc.lastCommitSummary();
+    ASSERT_EQ(summary.asides.size(), 1);
+    EXPECT_EQ(summary.asides[0].error, u"Input/output error"_s);
+    EXPECT_EQ(summary.asides[0].wanted, u"c.txt"_s);
+    EXPECT_EQ(summary.failureLines[1],
+              f[1]->fileName() + u" (still b.txt: it could not be moved aside)"_s);
 }
 
 // Something that appears at the new name just before the move is never
@@ -412,7 +424,13 @@ TEST_F(StartProcessingTest, FailureSummaryComesOverTheSheetAndNoCompletion) {
     doc.setSelectedTag(21);
     doc.startProcessing(2);
     ASSERT_EQ(sheetView.alerts.size(), 1);
-    EXPECT_EQ(sheetView.alerts[0].informativeText, u"The following files were not renamed:\n\nB"_s);
+    // The line says where the file is now: under its temporary name.
+    const QString tmp = RenameJournal::read(doc.lastJournalPath())->steps[2].to;
+    EXPECT_EQ(
+        sheetView.alerts[0].informativeText,
+        u"The following files were not renamed:\n\nB (left under the temporary name %1)"_s.arg(
+            tmp));
+    EXPECT_EQ(readText(tmp), u"B"_s);
     EXPECT_EQ(sheetView.sheetUp, QList<bool>{true});
 }
 
