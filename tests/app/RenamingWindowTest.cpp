@@ -103,7 +103,8 @@ private slots:
         auto f = [](const char* outlet, const char* text) {
             return QPair<QString, QString>(QString::fromLatin1(outlet), QString::fromUtf8(text));
         };
-        row(1, "windowFindReplace", {f("findStringField", "shot"), f("replaceStringField", "take")});
+        row(1, "windowFindReplace",
+            {f("findStringField", "shot"), f("replaceStringField", "take")});
         row(2, "windowConform"); // types into the token field below
         row(3, "windowOffset", {f("offsetField", "10")});
         row(4, "windowBlank");
@@ -170,11 +171,11 @@ private slots:
         choose(window, 12);
         auto* prefix = window->findChild<QLineEdit*>(QStringLiteral("prefixField"));
         QTest::keyClick(prefix, Qt::Key_N);
-        QTRY_COMPARE(column(window, 1), (QStringList{QStringLiteral("na.1.exr"),
-                                                     QStringLiteral("nb.1.exr")}));
+        QTRY_COMPARE(column(window, 1),
+                     (QStringList{QStringLiteral("na.1.exr"), QStringLiteral("nb.1.exr")}));
         QTest::keyClick(prefix, Qt::Key_E);
-        QTRY_COMPARE(column(window, 1), (QStringList{QStringLiteral("nea.1.exr"),
-                                                     QStringLiteral("neb.1.exr")}));
+        QTRY_COMPARE(column(window, 1),
+                     (QStringList{QStringLiteral("nea.1.exr"), QStringLiteral("neb.1.exr")}));
 
         answerNextSheet(QStringLiteral("Rename"));
         renameButton(window)->click();
@@ -182,7 +183,8 @@ private slots:
         QVERIFY(summary);
         QCOMPARE(summary->text(), QStringLiteral("Rename complete"));
         summary->accept();
-        QCOMPARE(tree.list(), (QStringList{QStringLiteral("nea.1.exr"), QStringLiteral("neb.1.exr")}));
+        QCOMPARE(tree.list(),
+                 (QStringList{QStringLiteral("nea.1.exr"), QStringLiteral("neb.1.exr")}));
     }
 
     void conflictingPreviewsShowTheCaution() {
@@ -205,8 +207,8 @@ private slots:
 
     void gapCheckReportsOnASheet() {
         TempTree tree;
-        DocumentWindow* window = windowWith({tree.file(QStringLiteral("s.0001.exr")),
-                                             tree.file(QStringLiteral("s.0005.exr"))});
+        DocumentWindow* window = windowWith(
+            {tree.file(QStringLiteral("s.0001.exr")), tree.file(QStringLiteral("s.0005.exr"))});
         choose(window, 8);
         QString text, informative;
         QTimer::singleShot(0, [&] {
@@ -256,6 +258,31 @@ private slots:
             sheet->accept();
     }
 
+    // A file where the journal folder must be: nothing moves, and a sheet says why.
+    void aCommitWithoutItsJournalRenamesNothingAndSaysSo() {
+        TempTree tree;
+        DocumentWindow* window = windowWith({tree.file(QStringLiteral("a.txt"))});
+        choose(window, 20);
+        QTRY_COMPARE(column(window, 1), QStringList{QStringLiteral("A.txt")});
+        const QString journals = RenameJournal::folder();
+        const QString keep = journals + QStringLiteral(".kept");
+        QDir().rename(journals, keep);
+        QFile blocker(journals);
+        QVERIFY(blocker.open(QIODevice::WriteOnly));
+        blocker.close();
+
+        answerNextSheet(QStringLiteral("Rename"));
+        renameButton(window)->click();
+        QMessageBox* sheet = waitForSheet();
+        QVERIFY(sheet);
+        const QString text = sheet->text();
+        sheet->accept();
+        QFile::remove(journals);
+        QDir().rename(keep, journals);
+        QCOMPARE(text, QStringLiteral("The rename journal could not be created"));
+        QCOMPARE(tree.list(), QStringList{QStringLiteral("a.txt")});
+    }
+
     void aSavedBatchReopensOnItsTaskAndFields() {
         TempTree tree;
         DocumentWindow* window = windowWith({tree.file(QStringLiteral("s.0001.exr"))});
@@ -295,7 +322,10 @@ private slots:
         dialog->findChild<QCheckBox*>(QStringLiteral("showFullSourcePathsCheck"))->click();
         QCOMPARE(column(window, 0), QStringList{file});
         dialog->findChild<QRadioButton*>(QStringLiteral("conflictTrashRadio"))->click();
-        QCOMPARE(QSettings(QStringLiteral("Corvane"), QStringLiteral("Seqmate")).value(UserDefaults::conflictActionKey).toInt(), 2);
+        QCOMPARE(QSettings(QStringLiteral("Corvane"), QStringLiteral("Seqmate"))
+                     .value(UserDefaults::conflictActionKey)
+                     .toInt(),
+                 2);
         dialog->findChild<QCheckBox*>(QStringLiteral("showFullSourcePathsCheck"))->click();
         QCOMPARE(column(window, 0), QStringList{QStringLiteral("a.txt")});
         dialog->close();
@@ -320,8 +350,8 @@ private slots:
         cli.setProcessEnvironment(env);
         cli.setStandardOutputFile(QProcess::nullDevice());
         cli.start(QStringLiteral(SEQMATE_CLI_PATH),
-                  QStringList{QStringLiteral("-t"), QStringLiteral("lower"), QStringLiteral("--apply"),
-                              QStringLiteral("-y")} +
+                  QStringList{QStringLiteral("-t"), QStringLiteral("lower"),
+                              QStringLiteral("--apply"), QStringLiteral("-y")} +
                       files);
         QVERIFY(cli.waitForStarted());
         // It stops for good after its fifth move: then it is killed mid-commit.
