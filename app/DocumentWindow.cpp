@@ -124,7 +124,10 @@ void DocumentWindow::buildMenus() {
     QMenu* edit = m_ui->menubar->addMenu(QStringLiteral("&Edit"));
     QAction* preferences = edit->addAction(QStringLiteral("Preferences…"));
     preferences->setObjectName(QStringLiteral("preferencesAction"));
-    preferences->setShortcut(QKeySequence::Preferences);
+    // Some platforms bind no key to it; Ctrl+, is what users try there.
+    const QList<QKeySequence> keys = QKeySequence::keyBindings(QKeySequence::Preferences);
+    preferences->setShortcuts(
+        keys.isEmpty() ? QList<QKeySequence>{QKeySequence(Qt::CTRL | Qt::Key_Comma)} : keys);
     preferences->setMenuRole(QAction::PreferencesRole);
     connect(preferences, &QAction::triggered, this, &DocumentWindow::showPreferences);
 }

@@ -33,9 +33,9 @@ FileList benchItems() {
     FileList items;
     items.reserve(kItems);
     for (int i = 0; i < kItems; ++i)
-        items.append(QXFileItem::fileItemWithFile(
-            QStringLiteral("/bench/shot%1/plate.%2.exr").arg(i / 1000).arg(i % 1000, 4, 10,
-                                                                            QLatin1Char('0'))));
+        items.append(QXFileItem::fileItemWithFile(QStringLiteral("/bench/shot%1/plate.%2.exr")
+                                                      .arg(i / 1000)
+                                                      .arg(i % 1000, 4, 10, QLatin1Char('0'))));
     return items;
 }
 
@@ -149,8 +149,8 @@ int main(int argc, char** argv) {
 
     const double engineMs = median(engine);
     const double keyMs = median(keystroke);
-    std::printf("keystroke to full preview column, %d items: median %.1f ms (target 300)\n",
-                kItems, keyMs);
+    std::printf("keystroke to full preview column, %d items: median %.1f ms (target 300)\n", kItems,
+                keyMs);
     std::printf("  engine preview alone (baseline):      median %.1f ms, ratio %.2fx\n", engineMs,
                 keyMs / engineMs);
     std::printf("  longest main-thread stall per keystroke: median %.1f ms\n", median(stalls));

@@ -316,7 +316,9 @@ private slots:
         const QString file = tree.file(QStringLiteral("a.txt"));
         DocumentWindow* window = windowWith({file});
         QCOMPARE(column(window, 0), QStringList{QStringLiteral("a.txt")});
-        window->findChild<QAction*>(QStringLiteral("preferencesAction"))->trigger();
+        QAction* preferences = window->findChild<QAction*>(QStringLiteral("preferencesAction"));
+        QVERIFY(!preferences->shortcut().isEmpty());
+        preferences->trigger();
         QWidget* dialog = nullptr;
         QTRY_VERIFY((dialog = QApplication::activeWindow()) && dialog != window);
         dialog->findChild<QCheckBox*>(QStringLiteral("showFullSourcePathsCheck"))->click();
