@@ -138,6 +138,8 @@ void DocumentWindow::showPreferences() {
     if (!dialog) {
         dialog = new PreferencesDialog;
         dialog->setAttribute(Qt::WA_DeleteOnClose);
+        // Left open, it must not keep the program running once the batches are closed.
+        dialog->setAttribute(Qt::WA_QuitOnClose, false);
     }
     dialog->show();
     dialog->raise();
@@ -246,8 +248,8 @@ void DocumentWindow::rename() {
     if (!patternError.isEmpty()) {
         // The previews show the old names: renaming now would rename nothing as shown.
         m_bridge->alert({QStringLiteral("The find pattern cannot be used"),
-                         QStringLiteral("%1\n\nCorrect the pattern, or turn off Regular "
-                                        "Expression, before renaming.")
+                         QStringLiteral("%1\n\nCorrect the pattern, or turn off \"Regular "
+                                        "expression\", before renaming.")
                              .arg(patternError),
                          QString(), QString(), QString(), AlertRequest::Parent::MainWindow, false});
         return;

@@ -8,10 +8,16 @@
 #include "QXLog.h"
 #include "QXWindowController.h"
 
+#include <QAbstractButton>
 #include <QApplication>
 #include <QComboBox>
+#include <QDir>
 #include <QElapsedTimer>
+#include <QFile>
 #include <QLineEdit>
+#include <QMessageBox>
+#include <QProcess>
+#include <QPushButton>
 #include <QTemporaryDir>
 #include <QTest>
 #include <QTimer>
@@ -47,7 +53,7 @@ QString lastPreview(DocumentWindow* window) {
 // The column is up to date once the busy indicator is off and the last row shows the text:
 // the model reads previews live, so the row alone may show it before the preview has ended.
 bool previewShown(DocumentWindow* window, const QString& expected) {
-    static QWidget* busy = window->findChild<QWidget*>(QStringLiteral("previewSpinner"));
+    auto* busy = window->findChild<QWidget*>(QStringLiteral("previewSpinner"));
     return !busy->isVisible() && lastPreview(window) == expected;
 }
 
@@ -80,6 +86,86 @@ private:
     qint64 m_last = 0;
     qint64 m_longest = 0;
 };
+// A folder of count empty files, named as a shot's frames.
+QStringList makeFrames(const QString& folder, int count) {
+    QDir().mkpath(folder);
+    QStringList paths;
+    paths.reserve(count);
+    for (int i = 0; i < count; ++i) {
+        const QString path =
+            folder + QStringLiteral("/plate.%1.exr").arg(i, 6, 10, QLatin1Char('0'));
+        QFile(path).open(QIODevice::WriteOnly);
+        paths << path;
+    }
+    return paths;
+}
+
+// Presses a button of every sheet that shows until stopped: the
+// confirmation's Rename, then the summary's OK.
+class SheetAnswerer : public QObject {
+public:
+    SheetAnswerer() {
+        m_poll.setInterval(5);
+        connect(&m_poll, &QTimer::timeout, this, [this] {
+            auto* box = qobject_cast<QMessageBox*>(QApplication::activeModalWidget());
+            if (!box || !box->isVisible()) return;
+            if (box->text() == QLatin1String("Rename complete")) m_completed = true;
+            for (QAbstractButton* button : box->buttons())
+                if (button->text() == QLatin1String("Rename") ||
+                    button->text() == QLatin1String("OK")) {
+                    button->click();
+                    return;
+                }
+        });
+        m_poll.start();
+    }
+    bool completed() const { return m_completed; }
+
+private:
+    QTimer m_poll;
+    bool m_completed = false;
+};
+
+// Renames count files from a window (prefix "x"), timed from the click to
+// the summary sheet; the longest main-thread stall meanwhile goes to stall.
+double renameFromWindow(const QString& folder, int count, double* stall) {
+    DocumentWindow* window = DocumentWindows::newUntitled();
+    window->document().addItemsOnThread(makeFrames(folder, count));
+    auto* popUp = window->findChild<QComboBox*>(QStringLiteral("taskPopUp"));
+    const int prefixTask = popUp->findData(12);
+    popUp->setCurrentIndex(prefixTask);
+    emit popUp->activated(prefixTask);
+    QTest::keyClick(window->findChild<QLineEdit*>(QStringLiteral("prefixField")), 'x');
+    const QString expected =
+        QStringLiteral("xplate.%1.exr").arg(count - 1, 6, 10, QLatin1Char('0'));
+    (void)QTest::qWaitFor([&] { return previewShown(window, expected); }, 60000);
+
+    SheetAnswerer answerer;
+    StallMeter meter;
+    QElapsedTimer t;
+    t.start();
+    meter.start();
+    window->findChild<QPushButton*>(QStringLiteral("renameBtn"))->click();
+    (void)QTest::qWaitFor([&] { return answerer.completed(); }, 120000);
+    const double ms = static_cast<double>(t.nsecsElapsed()) / 1e6;
+    *stall = meter.stop();
+    window->controller().setDocumentEdited(false);
+    delete window;
+    return ms;
+}
+
+double renameWithCli(const QString& cli, const QString& folder, int count) {
+    makeFrames(folder, count);
+    QProcess p;
+    p.setStandardOutputFile(QProcess::nullDevice());
+    QElapsedTimer t;
+    t.start();
+    p.start(cli,
+            {QStringLiteral("-t"), QStringLiteral("prefix"), QStringLiteral("-s"),
+             QStringLiteral("prefix=x"), QStringLiteral("--apply"), QStringLiteral("-y"), folder});
+    p.waitForFinished(-1);
+    return static_cast<double>(t.nsecsElapsed()) / 1e6;
+}
 } // namespace
 
 int main(int argc, char** argv) {
@@ -159,5 +245,24 @@ int main(int argc, char** argv) {
                 median(typing), *std::max_element(typing.begin(), typing.end()));
     window->controller().setDocumentEdited(false);
     delete window;
+
+    // Rename from the window against seqmate-cli --apply -y, alternating, on fresh trees.
+    const QString cli = QCoreApplication::applicationDirPath() + QStringLiteral("/../seqmate-cli");
+    QTemporaryDir trees(QDir::tempPath() + QStringLiteral("/gui_bench-XXXXXX"));
+    std::vector<double> fromWindow, fromCli, commitStalls;
+    for (int round = 0; round < 3; ++round) {
+        double stall = 0;
+        fromWindow.push_back(
+            renameFromWindow(trees.filePath(QStringLiteral("w%1").arg(round)), kItems, &stall));
+        commitStalls.push_back(stall);
+        fromCli.push_back(
+            renameWithCli(cli, trees.filePath(QStringLiteral("c%1").arg(round)), kItems));
+    }
+    std::printf("Rename of %d files from the window: median %.0f ms; seqmate-cli --apply -y: "
+                "median %.0f ms; ratio %.2fx (target within 1.3x)\n",
+                kItems, median(fromWindow), median(fromCli), median(fromWindow) / median(fromCli));
+    std::printf("  longest main-thread stall during the rename: median %.1f ms, worst %.1f ms "
+                "(target under 50)\n",
+                median(commitStalls), *std::max_element(commitStalls.begin(), commitStalls.end()));
     return 0;
 }
