@@ -12,7 +12,6 @@
 #include "QXClipView.h"
 #include "QXLog.h"
 #include "QXWindowController.h"
-#include "RenameJournal.h"
 #include "Sheets.h"
 #include "TaskArea.h"
 #include "TempTree.h"
@@ -229,26 +228,6 @@ private slots:
             sheet->accept();
     }
 
-    // A file where the journal folder must be: nothing moves, and a sheet says why.
-    void aCommitWithoutItsJournalRenamesNothingAndSaysSo() {
-        TempTree tree;
-        DocumentWindow* window = windowWith({tree.file(QStringLiteral("a.txt"))});
-        choose(window, 20);
-        QTRY_COMPARE(column(window, 1).first(), QStringLiteral("A.txt"));
-        const QString journals = RenameJournal::folder();
-        QDir().rename(journals, journals + QStringLiteral(".kept"));
-        QVERIFY(QFile(journals).open(QIODevice::WriteOnly));
-        answerNextSheet(QStringLiteral("Rename"));
-        renameButton(window)->click();
-        QMessageBox* sheet = waitForSheet();
-        const QString text = sheet ? sheet->text() : QString();
-        if (sheet) sheet->accept();
-        QFile::remove(journals);
-        QDir().rename(journals + QStringLiteral(".kept"), journals);
-        QCOMPARE(text, QStringLiteral("The rename journal could not be created"));
-        QCOMPARE(tree.list(), QStringList{QStringLiteral("a.txt")});
-    }
-
     void aSavedBatchReopensOnItsTaskAndFields() {
         TempTree tree;
         DocumentWindow* window = windowWith({tree.file(QStringLiteral("s.0001.exr"))});
@@ -265,8 +244,6 @@ private slots:
         QCoreApplication::processEvents();
         auto* popUp = reopened->findChild<QComboBox*>(QStringLiteral("taskPopUp"));
         QCOMPARE(popUp->currentText(), QStringLiteral("Add Suffix"));
-        QCOMPARE(reopened->taskArea().clipView()->currentPanel()->objectName(),
-                 QStringLiteral("windowSuffix"));
         QCOMPARE(reopened->findChild<QLineEdit*>(QStringLiteral("suffixField"))->text(),
                  QStringLiteral("_v2"));
         QVERIFY(reopened->findChild<QCheckBox*>(QStringLiteral("suffixAddBeforeFrameCheck"))
