@@ -292,6 +292,7 @@ private slots:
                   QStringList{QStringLiteral("-t"), QStringLiteral("lower"),
                               QStringLiteral("--apply"), QStringLiteral("-y")} +
                       files);
+        QVERIFY2(cli.waitForStarted(), SEQMATE_CLI_PATH);
         QTRY_VERIFY_WITH_TIMEOUT(tree.list() != original, 10000);
         QTest::qWait(200);
         cli.kill();
