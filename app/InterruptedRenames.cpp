@@ -33,6 +33,8 @@ bool InterruptedRenames::offer(QWidget* window) {
     for (const RenameJournal::Interrupted& i : RenameJournal::interrupted()) {
         if (left.contains(i.contents.path)) continue;
         m_journals << i.contents.path;
+        // An undo cut short is finished by undoing its original journal again.
+        m_undoWith << (i.undoWith.isEmpty() ? i.contents.path : i.undoWith);
         done += i.done;
         unsure += i.pending;
         temporary += i.temporaryFiles.size();
@@ -74,13 +76,14 @@ void InterruptedRenames::answered(int returnCode) {
     left << m_journals;
     settings.setValue(leftJournalsKey, left);
     m_journals.clear();
+    m_undoWith.clear();
     emit finished();
 }
 
 void InterruptedRenames::restore() {
     // Thousands of moves back must not freeze the window; the window stays
     // usable meanwhile, and the report comes as a sheet when they are done.
-    m_undo = std::thread([this, journals = m_journals] {
+    m_undo = std::thread([this, journals = m_undoWith] {
         int undone = 0;
         QStringList problems;
         for (const QString& path : journals) {
@@ -98,6 +101,7 @@ void InterruptedRenames::restore() {
 void InterruptedRenames::restored(int undone, const QStringList& problems) {
     m_undo.join();
     m_journals.clear();
+    m_undoWith.clear();
     if (m_window) {
         const QString done = QStringLiteral("%1 moved back to %2.")
                                  .arg(plural(undone, "file was", "files were"),

@@ -37,5 +37,6 @@ private:
 
     QPointer<QWidget> m_window;
     QStringList m_journals; // the interrupted renames shown on the sheet
+    QStringList m_undoWith; // the journal whose undo restores each
     std::thread m_undo;
 };
