@@ -99,9 +99,8 @@ QVariant FileTableModel::data(const QModelIndex& index, int role) const {
 }
 
 QIcon FileTableModel::fileIcon(int row) const {
-    const FileList files = m_document.fileArray(); // shared, not copied
-    if (row < 0 || row >= files.size()) return {};
-    const FileItemPtr& item = files[row];
+    const FileItemPtr item = m_document.itemAt(row);
+    if (!item) return {};
     const bool folder = item->isDir();
     const QString key =
         folder ? QStringLiteral("/") : QXFileItem::pathExtension(item->fileName()).toLower();
@@ -130,6 +129,12 @@ Qt::ItemFlags FileTableModel::flags(const QModelIndex& index) const {
     if (!index.isValid()) return Qt::ItemIsDropEnabled;
     return Qt::ItemIsEnabled | Qt::ItemIsSelectable | Qt::ItemIsDragEnabled |
            Qt::ItemNeverHasChildren;
+}
+
+void FileTableModel::sort(int column, Qt::SortOrder order) {
+    if (column != FilenameColumn) return;
+    // The engine reloads the table through its view, which reaches reload().
+    m_document.sortByName(order == Qt::DescendingOrder);
 }
 
 // ---- drag and drop -----------------------------------------------------------------------------

@@ -41,6 +41,9 @@ public:
     QVariant headerData(int section, Qt::Orientation orientation,
                         int role = Qt::DisplayRole) const override;
     Qt::ItemFlags flags(const QModelIndex& index) const override;
+    // The file-name column sorts the list itself; the order is what
+    // renumbering follows. The preview column does not sort.
+    void sort(int column, Qt::SortOrder order = Qt::AscendingOrder) override;
 
     QStringList mimeTypes() const override;
     QMimeData* mimeData(const QModelIndexList& indexes) const override;

@@ -507,6 +507,11 @@ QString MyDocument::objectValue(Column column, int row) const {
     return preview ? QXFileItem::lastPathComponent(preview->fileName()) : QString();
 }
 
+FileItemPtr MyDocument::itemAt(int row) const {
+    QMutexLocker lock(&m_mutex);
+    return row >= 0 && row < m_files.size() ? m_files[row] : nullptr;
+}
+
 bool MyDocument::rowIsConflicting(int row) const {
     QMutexLocker lock(&m_mutex);
     if (row < 0 || row >= m_files.size()) return false;
