@@ -1,6 +1,7 @@
 #include "FileTableModel.h"
 
 #include "MyDocument.h"
+#include "Preferences.h"
 
 #include <QDataStream>
 #include <QFileInfo>
@@ -32,7 +33,7 @@ quint64 nextDragSource() {
 
 FileTableModel::FileTableModel(MyDocument& document, QObject* parent)
     : QAbstractTableModel(parent), m_document(document), m_rows(document.numberOfRows()),
-      m_dragSource(nextDragSource()) {
+      m_dragSource(nextDragSource()), m_fullPaths(Preferences::showFullSourcePaths()) {
     registerResources();
     m_caution = QIcon(QStringLiteral(":/caution.png"));
 }
@@ -58,6 +59,7 @@ void FileTableModel::previewsChanged() {
 }
 
 void FileTableModel::displayOptionsChanged() {
+    m_fullPaths = Preferences::showFullSourcePaths();
     if (m_rows > 0)
         emit dataChanged(index(0, FilenameColumn), index(m_rows - 1, FilenameColumn),
                          {Qt::DisplayRole});
@@ -78,8 +80,9 @@ QVariant FileTableModel::data(const QModelIndex& index, int role) const {
     const bool filename = index.column() == FilenameColumn;
     switch (role) {
     case Qt::DisplayRole:
-        return m_document.objectValue(
-            filename ? MyDocument::Column::Filename : MyDocument::Column::Preview, row);
+        return m_document.objectValue(filename ? MyDocument::Column::Filename
+                                               : MyDocument::Column::Preview,
+                                      row, m_fullPaths);
     case Qt::DecorationRole:
         if (filename) return fileIcon(row);
         return m_document.rowIsConflicting(row) ? m_caution : QVariant();

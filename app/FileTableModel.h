@@ -65,6 +65,8 @@ private:
     MyDocument& m_document;
     int m_rows = 0; // the count this model last announced
     const quint64 m_dragSource;
+    // "showFullSourcePaths", read when the model is made and when told it changed.
+    bool m_fullPaths;
     QIcon m_caution;
     QFileIconProvider m_iconProvider;
     // Icons by file type: "/" for folders, else the lower-case extension.

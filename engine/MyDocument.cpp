@@ -492,6 +492,11 @@ std::optional<FileList> MyDocument::reverseArray(const FileList& files) {
 // ---- the table --------------------------------------------------------------------------------
 
 QString MyDocument::objectValue(Column column, int row) const {
+    return objectValue(column, row,
+                       column == Column::Filename && Preferences::showFullSourcePaths());
+}
+
+QString MyDocument::objectValue(Column column, int row, bool fullPaths) const {
     FileItemPtr item;
     {
         QMutexLocker lock(&m_mutex);
@@ -500,8 +505,7 @@ QString MyDocument::objectValue(Column column, int row) const {
     }
     if (column == Column::Filename) {
         const QString display = item->displayName();
-        return Preferences::showFullSourcePaths() ? display
-                                                  : QXFileItem::lastPathComponent(display);
+        return fullPaths ? display : QXFileItem::lastPathComponent(display);
     }
     const FileItemPtr preview = item->previewObject();
     return preview ? QXFileItem::lastPathComponent(preview->fileName()) : QString();

@@ -63,6 +63,9 @@ public:
     int numberOfRows() const { return static_cast<int>(fileCount()); }
     FileItemPtr itemAt(int row) const; // null outside the list
     QString objectValue(Column column, int row) const;
+    // The same with the "showFullSourcePaths" choice given: a table that
+    // repaints often reads the default once, not once per cell.
+    QString objectValue(Column column, int row, bool fullPaths) const;
     bool rowIsConflicting(int row) const;
     QString toolTip(int row) const; // empty: none
     static QString conflictToolTip();
