@@ -74,8 +74,7 @@ int FileTableModel::columnCount(const QModelIndex& parent) const {
 }
 
 QVariant FileTableModel::data(const QModelIndex& index, int role) const {
-    if (!checkIndex(index, CheckIndexOption::IndexIsValid | CheckIndexOption::ParentIsInvalid))
-        return {};
+    if (!index.isValid() || index.model() != this) return {};
     const int row = index.row();
     const bool filename = index.column() == FilenameColumn;
     switch (role) {
@@ -215,7 +214,8 @@ bool FileTableModel::canDropMimeData(const QMimeData* data, Qt::DropAction actio
     if (!data) return false;
     // The row type first: a drag of rows never reads as a drop of files.
     if (data->hasFormat(rowMimeType)) return action == Qt::MoveAction && isOwnRowDrag(data);
-    return (action == Qt::CopyAction || action == Qt::MoveAction) && !localFiles(data).isEmpty();
+    // Files are only ever copied in: a source told "moved" may delete its originals.
+    return action == Qt::CopyAction && !localFiles(data).isEmpty();
 }
 
 bool FileTableModel::dropMimeData(const QMimeData* data, Qt::DropAction action, int row, int column,

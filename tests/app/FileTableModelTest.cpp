@@ -92,8 +92,6 @@ private slots:
         QCOMPARE(column(*model, 0), u"a.0001.exr a.0002.exr notes.txt plates"_s);
         QCOMPARE(model->headerData(0, Qt::Horizontal).toString(), u"Name"_s);
         QCOMPARE(model->headerData(1, Qt::Horizontal).toString(), u"New Name"_s);
-        QCOMPARE(model->headerData(1, Qt::Horizontal, FileTableModel::ColumnIdentifierRole),
-                 u"preview"_s);
 
         // One icon per type: both frames share the cached one, the folder has its own.
         auto icon = [&](int row, int col) {
@@ -147,13 +145,11 @@ private slots:
         const QString file = t.file(u"a.0001.exr"_s);
         t.file(u"seq/b.0001.exr"_s);
         t.file(u"seq/b.0002.exr"_s);
-        auto web = urls({QUrl(u"https://example.com/c.exr"_s)});
-        QVERIFY(!model->canDropMimeData(web.get(), Qt::CopyAction, -1, -1, {}));
-        QVERIFY(!model->dropMimeData(web.get(), Qt::CopyAction, -1, -1, {}));
-
+        QVERIFY(!model->dropMimeData(urls({QUrl(u"https://example.com/c.exr"_s)}).get(),
+                                     Qt::CopyAction, -1, -1, {}));
         auto mixed = urls({QUrl(u"https://example.com/c.exr"_s), QUrl::fromLocalFile(file),
                            QUrl::fromLocalFile(t(u"seq"_s))});
-        QVERIFY(model->mimeTypes().contains(u"text/uri-list"_s));
+        QVERIFY(!model->canDropMimeData(mixed.get(), Qt::MoveAction, 0, 0, {}));
         QVERIFY(model->canDropMimeData(mixed.get(), Qt::CopyAction, 0, 0, {}));
         QVERIFY(model->dropMimeData(mixed.get(), Qt::CopyAction, 0, 0, {}));
         // Added on a thread of its own, shown through a posted reload.
@@ -213,16 +209,6 @@ private slots:
         QCOMPARE(column(*model, 0), u"a b"_s);
     }
 
-    void renumberingFollowsARowMove() {
-        add({u"/x/a.0005.exr"_s, u"/x/b.0006.exr"_s, u"/x/c.0007.exr"_s});
-        doc->setFieldText(u"reorderStartFrameField"_s, u"1"_s);
-        doc->changeTask(7);
-        QTRY_COMPARE(column(*model, 1), u"a.0001.exr b.0002.exr c.0003.exr"_s);
-        std::unique_ptr<QMimeData> data(model->mimeData({model->index(2, 0)}));
-        QVERIFY(model->dropMimeData(data.get(), Qt::MoveAction, 0, 0, {}));
-        QTRY_COMPARE(column(*model, 1), u"c.0001.exr a.0002.exr b.0003.exr"_s);
-    }
-
     void headerSortOrdersTheListNaturally() {
         add({u"/x/shot.10.exr"_s, u"/x/shot.2.exr"_s, u"/x/shot.1.exr"_s});
         model->sort(FileTableModel::PreviewColumn); // only the name column sorts
@@ -230,8 +216,6 @@ private slots:
         model->sort(FileTableModel::FilenameColumn);
         QCOMPARE(column(*model, 0), u"shot.1.exr shot.2.exr shot.10.exr"_s);
         QCOMPARE(doc->itemAt(2)->fileName(), u"shot.10.exr"_s); // the list itself
-        model->sort(FileTableModel::FilenameColumn, Qt::DescendingOrder);
-        QCOMPARE(column(*model, 0), u"shot.10.exr shot.2.exr shot.1.exr"_s);
     }
 };
 
