@@ -493,6 +493,11 @@ std::optional<FileList> MyDocument::reverseArray(const FileList& files) {
 // ---- the table --------------------------------------------------------------------------------
 
 QString MyDocument::objectValue(Column column, int row) const {
+    return objectValue(column, row,
+                       column == Column::Filename && Preferences::showFullSourcePaths());
+}
+
+QString MyDocument::objectValue(Column column, int row, bool fullPaths) const {
     FileItemPtr item;
     {
         QMutexLocker lock(&m_mutex);
@@ -501,11 +506,15 @@ QString MyDocument::objectValue(Column column, int row) const {
     }
     if (column == Column::Filename) {
         const QString display = item->displayName();
-        return Preferences::showFullSourcePaths() ? display
-                                                  : QXFileItem::lastPathComponent(display);
+        return fullPaths ? display : QXFileItem::lastPathComponent(display);
     }
     const FileItemPtr preview = item->previewObject();
     return preview ? QXFileItem::lastPathComponent(preview->fileName()) : QString();
+}
+
+FileItemPtr MyDocument::itemAt(int row) const {
+    QMutexLocker lock(&m_mutex);
+    return row >= 0 && row < m_files.size() ? m_files[row] : nullptr;
 }
 
 bool MyDocument::rowIsConflicting(int row) const {

@@ -46,6 +46,11 @@ public:
     void remove(const QList<int>& rows);
     FileList sortFilesByPreviewFilename() const;
     FileList sortFilesByFrameOrder() const;
+    // Reorders the list itself by name in natural order (shot.2 before
+    // shot.10): by what the file-name column shows, the full path when
+    // "showFullSourcePaths" is on, else the file name with its folder breaking
+    // ties. Stable; reloads the table and clears the selection.
+    void sortByName(bool descending = false);
     static std::optional<FileList> reverseArray(const FileList& files);
     // The commit re-keys the look-up index after it renames an item; position,
     // when known, spares looking the item up.
@@ -56,7 +61,11 @@ public:
     // ---- the table --------------------------------------------------------
     enum class Column { Filename, Preview };
     int numberOfRows() const { return static_cast<int>(fileCount()); }
+    FileItemPtr itemAt(int row) const; // null outside the list
     QString objectValue(Column column, int row) const;
+    // The same with the "showFullSourcePaths" choice given: a table that
+    // repaints often reads the default once, not once per cell.
+    QString objectValue(Column column, int row, bool fullPaths) const;
     // Whether the row shows the caution: its proposed name is another's too,
     // or it is not a file name at all (the tool tip says which).
     bool rowIsConflicting(int row) const;
