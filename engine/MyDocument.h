@@ -52,6 +52,9 @@ public:
     void noteItemPathChanged(const QXFileItem* item, const QString& oldFullPath, int position = -1);
     // Waits until every background add started by this document has ended.
     void waitForAdds();
+    // Folder entries left out so far because their names are not valid UTF-8
+    // (each is in the log); a front end tells the user how many.
+    qsizetype skippedNameCount() const { return m_skippedNames.load(); }
 
     // ---- the table --------------------------------------------------------
     enum class Column { Filename, Preview };
@@ -245,6 +248,7 @@ private:
     SettingsForm m_form;
     QVariantMap m_batchFileDict;
     std::unique_ptr<PreviewPipeline> m_previews;
+    std::atomic<qsizetype> m_skippedNames{0};
     std::atomic<bool> m_processingCancelled{false};
     std::atomic<bool> m_commitFromPreviews{false};
     mutable QMutex m_commitMutex; // guards the commit results below
