@@ -3,6 +3,7 @@
 #include "DocumentView.h"
 #include "QXFileItem.h"
 #include "SettingsForm.h"
+#include "TaskRun.h"
 
 #include <QMutex>
 #include <QStringList>
@@ -105,6 +106,13 @@ public:
     void generatePreviews(); // starts a thread; returns at once
     void generatePreviewsOnThread();
     void waitForPreviews(); // until every preview thread has finished
+    // Why the last preview failed (a pattern that does not compile or runs
+    // too long, a missing setting), for the front end to show beside the
+    // setting; nullopt when it succeeded. A superseded preview leaves it alone.
+    std::optional<TaskFailure> lastPreviewFailure() const;
+    // The time slow regular-expression matches of one preview may take
+    // together before the task fails (a second unless set).
+    void setPreviewMatchBudget(TaskRun::Nanoseconds budget, TaskRun::Clock clock = {});
     void checkForConflicts();
     void process(); // the Rename button
     // Runs the preview entry point of a tag on some files (false: none).
