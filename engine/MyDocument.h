@@ -94,7 +94,9 @@ public:
 
     // ---- batch files ------------------------------------------------------
     bool writeToURL(const QString& path) const;
-    bool readFromURL(const QString& path);
+    // Never fails: a file that is not a batch gives an empty batch. problem,
+    // when given, receives why the file is not a batch file (empty when it is).
+    bool readFromURL(const QString& path, QString* problem = nullptr);
     QVariantMap batchFileDict() const;
     // The window has loaded: apply a pending batch dictionary, then changeTask.
     void windowControllerDidLoadNib();
