@@ -34,21 +34,31 @@ TEST_F(TaskFailures, PreviewFailuresNameTheirCauseAndSetting) {
         QHash<QString, QString> fields;
         std::optional<TaskFailure> expected;
     } cases[] = {
-        {"bad pattern", 1, {{Outlet::findStringField, u"("_s}},
+        {"bad pattern",
+         1,
+         {{Outlet::findStringField, u"("_s}},
          TaskFailure{u"the pattern \"(\" does not compile: U_REGEX_MISMATCHED_PAREN at offset 1"_s,
                      u"find"_s, 1}},
         // ICU counts by line; the position is counted in the whole pattern.
-        {"second line", 1, {{Outlet::findStringField, u"ab\ncd)"_s}},
+        {"second line",
+         1,
+         {{Outlet::findStringField, u"ab\ncd)"_s}},
          TaskFailure{u"the pattern \"ab\ncd)\" does not compile: U_REGEX_MISMATCHED_PAREN at "
                      u"offset 6"_s,
                      u"find"_s, 6}},
         {"good pattern", 1, {{Outlet::findStringField, u"(a)"_s}}, std::nullopt},
-        {"no prefix", 12, {}, TaskFailure{u"the setting \"prefix\" is missing or empty"_s,
-                                          u"prefix"_s, -1}},
-        {"no suffix", 13, {{Outlet::suffixField, u""_s}},
+        {"no prefix",
+         12,
+         {},
+         TaskFailure{u"the setting \"prefix\" is missing or empty"_s, u"prefix"_s, -1}},
+        {"no suffix",
+         13,
+         {{Outlet::suffixField, u""_s}},
          TaskFailure{u"the setting \"suffix\" is missing or empty"_s, u"suffix"_s, -1}},
-        {"no extension", 10, {}, TaskFailure{u"the setting \"fileExt\" is missing or empty"_s,
-                                             u"fileExt"_s, -1}},
+        {"no extension",
+         10,
+         {},
+         TaskFailure{u"the setting \"fileExt\" is missing or empty"_s, u"fileExt"_s, -1}},
         {"prefix given", 12, {{Outlet::prefixField, u"P_"_s}}, std::nullopt},
     };
     // 120 names: two batches, on two threads, report one failure.
@@ -95,8 +105,8 @@ TEST_F(TaskFailures, SlowMatchesShareOneBudgetPerPreview) {
     // With no time at all, a fast pattern still runs (it never reaches the
     // clock) and a slow one stops at once.
     const auto none = TaskRun::Nanoseconds(1);
-    EXPECT_FALSE(previewFailure(1, {{Outlet::findStringField, u"(a)"_s}},
-                                QStringList(100, slowName), none));
+    EXPECT_FALSE(
+        previewFailure(1, {{Outlet::findStringField, u"(a)"_s}}, QStringList(100, slowName), none));
     EXPECT_TRUE(previewFailure(1, runaway, {QString(24, u'a') + u"b"_s}, none));
 }
 
