@@ -6,8 +6,8 @@ namespace {
 // Decodes bytes as strict UTF-8; nullopt on any malformed sequence.
 std::optional<QString> decodeStrict(QByteArrayView bytes) {
     // A byte-order mark is part of a name, not a marker to drop.
-    QStringDecoder decoder(QStringDecoder::Utf8,
-                           QStringDecoder::Flag::Stateless | QStringDecoder::Flag::ConvertInitialBom);
+    QStringDecoder decoder(QStringDecoder::Utf8, QStringDecoder::Flag::Stateless |
+                                                     QStringDecoder::Flag::ConvertInitialBom);
     QString text = decoder(bytes);
     if (decoder.hasError()) return std::nullopt;
     return text;

@@ -73,9 +73,9 @@ TEST(CliFailures, PathsThatAreNotUtf8AreRefusedNotMapped) {
     TempTree t;
     // The name a lossy decoding of "\xff\xfe" would give: it must stay as it is.
     t.file(u"d/\uFFFD\uFFFD"_s);
-    const CliResult r = cliWithRawPath(t(u"d"_s), "\\377\\376",
-                                       {u"-t"_s, u"prefix"_s, u"-s"_s, u"prefix=P_"_s,
-                                        u"--apply"_s, u"-y"_s});
+    const CliResult r =
+        cliWithRawPath(t(u"d"_s), "\\377\\376",
+                       {u"-t"_s, u"prefix"_s, u"-s"_s, u"prefix=P_"_s, u"--apply"_s, u"-y"_s});
     expectOneLineFailure(r, u"not a valid UTF-8 path: "_s + t(u"d"_s) + u"/\\xff\\xfe"_s);
     EXPECT_EQ(t.list(u"d"_s), QStringList{u"\uFFFD\uFFFD"_s});
 
@@ -87,7 +87,8 @@ TEST(CliFailures, PathsThatAreNotUtf8AreRefusedNotMapped) {
     const CliResult listed = cli({u"--json"_s, t(u"d"_s)});
     ::unlink(bad.constData());
     EXPECT_EQ(listed.status, 0);
-    EXPECT_TRUE(listed.err.contains(u"warning: 1 folder entry skipped"_s)) << listed.err.toStdString();
+    EXPECT_TRUE(listed.err.contains(u"warning: 1 folder entry skipped"_s))
+        << listed.err.toStdString();
     EXPECT_EQ(QJsonDocument::fromJson(listed.out.toUtf8()).array().size(), 1);
 }
 
@@ -134,7 +135,6 @@ TEST(CliFailures, JsonIsPrintedForEveryForm) {
     EXPECT_EQ(cli({u"--json"_s, u"-t"_s, u"upper"_s}).out, u"[]\n"_s);
     const CliResult gaps = cli({u"--json"_s, u"-t"_s, u"check-gaps"_s, t(u"s"_s)});
     EXPECT_EQ(gaps.status, 0);
-    EXPECT_EQ(QJsonDocument::fromJson(gaps.out.toUtf8()).array(),
-              QJsonArray({u"3-4"_s, u"6-9"_s}));
+    EXPECT_EQ(QJsonDocument::fromJson(gaps.out.toUtf8()).array(), QJsonArray({u"3-4"_s, u"6-9"_s}));
 }
 } // namespace
