@@ -10,6 +10,7 @@
 #include <QStringDecoder>
 
 #include <algorithm>
+#include <array>
 #include <dirent.h>
 #include <sys/stat.h>
 #include <vector>
@@ -43,7 +44,7 @@ QList<DirEntry> FolderWalker::listFolder(const QString& folder, qsizetype* skipp
     if (!dir) return out; // an unreadable folder adds nothing
     while (dirent* e = ::readdir(dir)) {
         const char* raw = e->d_name;
-        if (raw[0] == '.' && (raw[1] == 0 || (raw[1] == '.' && raw[2] == 0))) continue;
+        if (raw[0] == '.') continue; // ".", ".." and hidden entries, never added
         // A byte-order mark is part of a name, not a marker to drop.
         QStringDecoder decoder(QStringDecoder::Utf8, QStringDecoder::Flag::Stateless |
                                                          QStringDecoder::Flag::ConvertInitialBom);
@@ -67,8 +68,92 @@ QList<DirEntry> FolderWalker::listFolder(const QString& folder, qsizetype* skipp
     return out;
 }
 
+namespace {
+bool isAsciiDigit(QChar c) {
+    return c >= u'0' && c <= u'9';
+}
+
+// The end of the digit run that starts at i.
+qsizetype digitRunEnd(const QString& s, qsizetype i) {
+    while (i < s.size() && isAsciiDigit(s[i]))
+        ++i;
+    return i;
+}
+
+// Whether b is a with other ASCII digit runs in the same places, all ASCII.
+bool sameButDigits(const QString& a, const QString& b) {
+    qsizetype i = 0, j = 0;
+    while (i < a.size() && j < b.size()) {
+        if (b[j].unicode() >= 0x80) return false;
+        if (isAsciiDigit(a[i]) && isAsciiDigit(b[j])) {
+            i = digitRunEnd(a, i);
+            j = digitRunEnd(b, j);
+        } else if (a[i] != b[j]) {
+            return false;
+        } else {
+            ++i;
+            ++j;
+        }
+    }
+    return i == a.size() && j == b.size();
+}
+
+// A sequence name's digit runs by value, in order: frame names have a few
+// short ones, which fit here; longer names take the collator's way.
+struct RunValues {
+    static constexpr int kMaxRuns = 6;
+    std::array<quint64, kMaxRuns> values{};
+    qsizetype index = 0;
+};
+
+bool readRuns(const QString& name, RunValues& out) {
+    int runs = 0;
+    for (qsizetype i = 0; i < name.size();) {
+        if (!isAsciiDigit(name[i])) {
+            ++i;
+            continue;
+        }
+        const qsizetype end = digitRunEnd(name, i);
+        while (i + 1 < end && name[i] == u'0') // leading zeros count for nothing
+            ++i;
+        if (runs == RunValues::kMaxRuns || end - i > 19) return false;
+        quint64 value = 0;
+        for (; i < end; ++i)
+            value = value * 10 + (name[i].unicode() - u'0');
+        out.values[static_cast<size_t>(runs++)] = value;
+    }
+    return true;
+}
+
+// The common case, a folder of one sequence (plate_v03.0001.exr, ...): every
+// name ASCII and the same but for its digit runs. Then the collator's order
+// (numeric mode, leading zeros aside) is the order of the runs' values, found
+// without a sort key per name.
+bool sortSequence(QList<DirEntry>& entries) {
+    const QString& first = entries.first().name;
+    for (QChar c : first)
+        if (c.unicode() >= 0x80) return false;
+    std::vector<RunValues> keys(static_cast<size_t>(entries.size()));
+    for (qsizetype i = 0; i < entries.size(); ++i) {
+        RunValues& k = keys[static_cast<size_t>(i)];
+        k.index = i;
+        if (!sameButDigits(first, entries[i].name) || !readRuns(entries[i].name, k)) return false;
+    }
+    std::sort(keys.begin(), keys.end(), [&entries](const RunValues& a, const RunValues& b) {
+        if (a.values != b.values) return a.values < b.values;
+        return entries[a.index].name < entries[b.index].name;
+    });
+    QList<DirEntry> sorted;
+    sorted.reserve(entries.size());
+    for (const RunValues& k : keys)
+        sorted.append(std::move(entries[k.index]));
+    entries = std::move(sorted);
+    return true;
+}
+} // namespace
+
 void FolderWalker::sortNaturally(QList<DirEntry>& entries) {
-    if (entries.size() < 2) return;
+    if (entries.size() < 2 || sortSequence(entries)) return;
     // A collator per thread (it is not to be shared), and one sort key per
     // name: comparing keys is a byte comparison, comparing names is not.
     thread_local const QCollator collator = makeCollator();
@@ -80,7 +165,8 @@ void FolderWalker::sortNaturally(QList<DirEntry>& entries) {
     keyed.reserve(static_cast<size_t>(entries.size()));
     for (qsizetype i = 0; i < entries.size(); ++i)
         keyed.push_back({collator.sortKey(entries[i].name), i});
-    // Names the collator holds equal (other normal forms) keep a fixed order.
+    // Names the collator holds equal (leading zeros, other normal forms) keep
+    // a fixed order.
     std::sort(keyed.begin(), keyed.end(), [&entries](const Keyed& a, const Keyed& b) {
         const int c = a.key.compare(b.key);
         return c != 0 ? c < 0 : entries[a.index].name < entries[b.index].name;

@@ -27,12 +27,12 @@ public:
 
     void add(const QString& rawPath, bool preserveFolders);
 
-    // A folder's entries but "." and "..", in natural name order: digit runs
+    // A folder's visible entries, in natural name order: digit runs
     // by their value (shot.2 before shot.10), letters by the user's locale.
     // Names that are not valid UTF-8 cannot be renamed faithfully through
     // QString: they are left out, logged and counted in skipped.
     static QList<DirEntry> listFolder(const QString& folder, qsizetype* skipped = nullptr);
-    // Names in that same order, sorted in place.
+    // Entries in that same order, sorted in place.
     static void sortNaturally(QList<DirEntry>& entries);
     static bool isFolder(const QString& path);
 

@@ -1,5 +1,6 @@
 #include "MyDocument.h"
 #include "FileIndex.h"
+#include "FolderWalker.h"
 #include "QXLocalPaths.h"
 #include "QXLog.h"
 #include "RecordingView.h"
@@ -118,6 +119,31 @@ TEST(MyDocumentList, FoldersGoDepthFirstInNaturalOrder) {
                                   t(u"f/x/y/2.txt"_s),
                                   t(u"f/z.txt"_s)};
     EXPECT_EQ(paths(doc.fileArray()), expected);
+}
+
+// A folder of one sequence is ordered without the collator: the same order
+// as the collator gives, leading zeros and long numbers included.
+TEST(MyDocumentList, SequenceOrderMatchesTheCollators) {
+    const QStringList names = {u"v2.010.exr"_s, u"v2.9.exr"_s,
+                               u"v2.09.exr"_s,  u"v10.1.exr"_s,
+                               u"v2.0.exr"_s,   u"v2.1000000000000000000.exr"_s,
+                               u"v02.9.exr"_s,  u"v2.9999999999999999999.exr"_s};
+    auto sorted = [](const QStringList& in) {
+        QList<DirEntry> entries;
+        for (const QString& n : in)
+            entries.append({n, false});
+        FolderWalker::sortNaturally(entries);
+        QStringList out;
+        for (const DirEntry& e : entries)
+            out.append(e.name);
+        return out;
+    };
+    // Another name makes it no sequence: the collator orders them all.
+    QStringList byCollator = sorted(names + QStringList{u"other.txt"_s});
+    byCollator.removeAll(u"other.txt"_s);
+    EXPECT_EQ(sorted(names), byCollator);
+    EXPECT_EQ(sorted(names).mid(0, 4),
+              QStringList({u"v2.0.exr"_s, u"v02.9.exr"_s, u"v2.09.exr"_s, u"v2.9.exr"_s}));
 }
 
 TEST(MyDocumentList, DuplicatesAreRefusedByEveryRoute) {
