@@ -110,7 +110,8 @@ public:
     void waitForPreviews(); // until every preview thread has finished
     // Why the last preview failed (a pattern that does not compile or runs
     // too long, a missing setting), for the front end to show beside the
-    // setting; nullopt when it succeeded. A superseded preview leaves it alone.
+    // setting; nullopt when it succeeded. Set before the preview reloads the
+    // table; a superseded preview leaves it alone.
     std::optional<TaskFailure> lastPreviewFailure() const;
     // The time slow regular-expression matches of one preview may take
     // together before the task fails (a second unless set).
