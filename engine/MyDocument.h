@@ -3,6 +3,7 @@
 #include "DocumentView.h"
 #include "QXFileItem.h"
 #include "SettingsForm.h"
+#include "TaskRun.h"
 
 #include <QMutex>
 #include <QStringList>
@@ -57,6 +58,9 @@ public:
     void noteItemPathChanged(const QXFileItem* item, const QString& oldFullPath, int position = -1);
     // Waits until every background add started by this document has ended.
     void waitForAdds();
+    // Folder entries left out so far because their names are not valid UTF-8
+    // (each is in the log); a front end tells the user how many.
+    qsizetype skippedNameCount() const { return m_skippedNames.load(); }
 
     // ---- the table --------------------------------------------------------
     enum class Column { Filename, Preview };
@@ -101,7 +105,9 @@ public:
 
     // ---- batch files ------------------------------------------------------
     bool writeToURL(const QString& path) const;
-    bool readFromURL(const QString& path);
+    // Never fails: a file that is not a batch gives an empty batch. problem,
+    // when given, receives why the file is not a batch file (empty when it is).
+    bool readFromURL(const QString& path, QString* problem = nullptr);
     QVariantMap batchFileDict() const;
     // The window has loaded: apply a pending batch dictionary, then changeTask.
     void windowControllerDidLoadNib();
@@ -113,6 +119,14 @@ public:
     void generatePreviews(); // starts a thread; returns at once
     void generatePreviewsOnThread();
     void waitForPreviews(); // until every preview thread has finished
+    // Why the last preview failed (a pattern that does not compile or runs
+    // too long, a missing setting), for the front end to show beside the
+    // setting; nullopt when it succeeded. Set before the preview reloads the
+    // table; a superseded preview leaves it alone.
+    std::optional<TaskFailure> lastPreviewFailure() const;
+    // The time slow regular-expression matches of one preview may take
+    // together before the task fails (a second unless set).
+    void setPreviewMatchBudget(TaskRun::Nanoseconds budget, TaskRun::Clock clock = {});
     void checkForConflicts();
     void process(); // the Rename button
     // Runs the preview entry point of a tag on some files (false: none).
@@ -274,6 +288,7 @@ private:
     SettingsForm m_form;
     QVariantMap m_batchFileDict;
     std::unique_ptr<PreviewPipeline> m_previews;
+    std::atomic<qsizetype> m_skippedNames{0};
     std::atomic<bool> m_processingCancelled{false};
     std::atomic<bool> m_commitFromPreviews{false};
     mutable QMutex m_commitMutex; // guards the commit results below
