@@ -1,6 +1,7 @@
 #include "FileTableModel.h"
 
 #include "MyDocument.h"
+#include "Preferences.h"
 
 #include <QDataStream>
 #include <QFileInfo>
@@ -32,7 +33,7 @@ quint64 nextDragSource() {
 
 FileTableModel::FileTableModel(MyDocument& document, QObject* parent)
     : QAbstractTableModel(parent), m_document(document), m_rows(document.numberOfRows()),
-      m_dragSource(nextDragSource()) {
+      m_dragSource(nextDragSource()), m_fullPaths(Preferences::showFullSourcePaths()) {
     registerResources();
     m_caution = QIcon(QStringLiteral(":/caution.png"));
 }
@@ -58,6 +59,7 @@ void FileTableModel::previewsChanged() {
 }
 
 void FileTableModel::displayOptionsChanged() {
+    m_fullPaths = Preferences::showFullSourcePaths();
     if (m_rows > 0)
         emit dataChanged(index(0, FilenameColumn), index(m_rows - 1, FilenameColumn),
                          {Qt::DisplayRole});
@@ -72,14 +74,14 @@ int FileTableModel::columnCount(const QModelIndex& parent) const {
 }
 
 QVariant FileTableModel::data(const QModelIndex& index, int role) const {
-    if (!checkIndex(index, CheckIndexOption::IndexIsValid | CheckIndexOption::ParentIsInvalid))
-        return {};
+    if (!index.isValid() || index.model() != this) return {};
     const int row = index.row();
     const bool filename = index.column() == FilenameColumn;
     switch (role) {
     case Qt::DisplayRole:
-        return m_document.objectValue(
-            filename ? MyDocument::Column::Filename : MyDocument::Column::Preview, row);
+        return m_document.objectValue(filename ? MyDocument::Column::Filename
+                                               : MyDocument::Column::Preview,
+                                      row, m_fullPaths);
     case Qt::DecorationRole:
         if (filename) return fileIcon(row);
         return m_document.rowIsConflicting(row) ? m_caution : QVariant();
@@ -99,9 +101,8 @@ QVariant FileTableModel::data(const QModelIndex& index, int role) const {
 }
 
 QIcon FileTableModel::fileIcon(int row) const {
-    const FileList files = m_document.fileArray(); // shared, not copied
-    if (row < 0 || row >= files.size()) return {};
-    const FileItemPtr& item = files[row];
+    const FileItemPtr item = m_document.itemAt(row);
+    if (!item) return {};
     const bool folder = item->isDir();
     const QString key =
         folder ? QStringLiteral("/") : QXFileItem::pathExtension(item->fileName()).toLower();
@@ -130,6 +131,12 @@ Qt::ItemFlags FileTableModel::flags(const QModelIndex& index) const {
     if (!index.isValid()) return Qt::ItemIsDropEnabled;
     return Qt::ItemIsEnabled | Qt::ItemIsSelectable | Qt::ItemIsDragEnabled |
            Qt::ItemNeverHasChildren;
+}
+
+void FileTableModel::sort(int column, Qt::SortOrder order) {
+    if (column != FilenameColumn) return;
+    // The engine reloads the table through its view, which reaches reload().
+    m_document.sortByName(order == Qt::DescendingOrder);
 }
 
 // ---- drag and drop -----------------------------------------------------------------------------
@@ -207,7 +214,8 @@ bool FileTableModel::canDropMimeData(const QMimeData* data, Qt::DropAction actio
     if (!data) return false;
     // The row type first: a drag of rows never reads as a drop of files.
     if (data->hasFormat(rowMimeType)) return action == Qt::MoveAction && isOwnRowDrag(data);
-    return (action == Qt::CopyAction || action == Qt::MoveAction) && !localFiles(data).isEmpty();
+    // Files are only ever copied in: a source told "moved" may delete its originals.
+    return action == Qt::CopyAction && !localFiles(data).isEmpty();
 }
 
 bool FileTableModel::dropMimeData(const QMimeData* data, Qt::DropAction action, int row, int column,

@@ -41,6 +41,9 @@ public:
     QVariant headerData(int section, Qt::Orientation orientation,
                         int role = Qt::DisplayRole) const override;
     Qt::ItemFlags flags(const QModelIndex& index) const override;
+    // The file-name column sorts the list itself; the order is what
+    // renumbering follows. The preview column does not sort.
+    void sort(int column, Qt::SortOrder order = Qt::AscendingOrder) override;
 
     QStringList mimeTypes() const override;
     QMimeData* mimeData(const QModelIndexList& indexes) const override;
@@ -62,6 +65,8 @@ private:
     MyDocument& m_document;
     int m_rows = 0; // the count this model last announced
     const quint64 m_dragSource;
+    // "showFullSourcePaths", read when the model is made and when told it changed.
+    bool m_fullPaths;
     QIcon m_caution;
     QFileIconProvider m_iconProvider;
     // Icons by file type: "/" for folders, else the lower-case extension.

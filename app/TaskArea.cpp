@@ -76,7 +76,7 @@ void TaskArea::taskChanged(int tag) {
         m_popUp->setCurrentIndex(-1);
     }
     m_clipView->changeTask(tag);
-    if (tag != 1) m_clipView->findReplacePanel()->setRegexError(QString());
+    if (tag != kFindReplaceTag) m_clipView->findReplacePanel()->setRegexError(QString());
     emit tagChanged(tag);
 }
 
@@ -90,5 +90,11 @@ void TaskArea::previewsEnded() {
 }
 
 QString TaskArea::findPatternError() const {
-    return QString(); // filled from the engine's preview failure
+    if (m_document.selectedTag() != kFindReplaceTag) return QString();
+    // Only the find pattern's own failures: a bad pattern, or one that ran too long.
+    const std::optional<TaskFailure> failure = m_document.lastPreviewFailure();
+    if (!failure || failure->settingKey != QLatin1String("find")) return QString();
+    QString message = failure->message;
+    if (!message.isEmpty()) message[0] = message[0].toUpper();
+    return message;
 }

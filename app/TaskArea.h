@@ -18,6 +18,7 @@ class TaskArea : public QObject {
 public:
     // The task a new batch starts on: its panel asks for one thing to type.
     static constexpr int kDefaultTag = 12; // Add Prefix
+    static constexpr int kFindReplaceTag = 1;
 
     TaskArea(DocumentWindow& window, MyDocument& document, QComboBox* popUp,
              QScrollArea* settingsView);
@@ -30,7 +31,8 @@ public:
     void startNewBatch();
     // A preview ended: shows why it failed beside the setting at fault.
     void previewsEnded();
-    // Why the find pattern cannot be used; empty when it can (or is not used).
+    // Why the last preview could not use the find pattern; empty when it could
+    // (or find and replace is not the task).
     QString findPatternError() const;
 
 signals:

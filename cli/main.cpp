@@ -1,8 +1,10 @@
 // seqmate-cli: the rename engine without the desktop window, for pipelines.
+#include "BatchOutput.h"
 #include "CliOptions.h"
 #include "CommitCommands.h"
-#include "InTwoHalves.h"
+#include "ConsoleGate.h"
 #include "MyDocument.h"
+#include "PathArguments.h"
 #include "PreviewRows.h"
 #include "QXLocalPaths.h"
 #include "QXLog.h"
@@ -12,7 +14,6 @@
 #include <QCoreApplication>
 #include <QDir>
 #include <QFileInfo>
-#include <QStringEncoder>
 #include <cstdio>
 
 namespace {
@@ -28,8 +29,9 @@ struct Options {
     std::vector<std::string> paths;
 };
 
+// A usage error or a task that cannot run: one line, exit status 2.
 int usageError(const QString& message) {
-    std::fprintf(stderr, "seqmate-cli: %s\n", message.toLocal8Bit().constData());
+    ConsoleGate::printError(QStringLiteral("seqmate-cli: ") + message);
     return 2;
 }
 
@@ -37,123 +39,13 @@ QString q(const std::string& s) {
     return QString::fromStdString(s);
 }
 
-QString describeComponent(const NameComponent& c, quint32 padding) {
-    const QString kind = componentKindName(c.kind);
-    if (c.kind == ComponentKind::FrameNumber)
-        return QStringLiteral("%1 %2 (padding %3)")
-            .arg(kind, FrameValue::toText(c.value))
-            .arg(padding);
-    return QStringLiteral("%1 \"%2\"").arg(kind, c.text());
+// The first path argument that is not valid UTF-8, escaped; empty when none.
+QString invalidPathArgument(const std::vector<std::string>& arguments) {
+    for (const std::string& a : arguments)
+        if (!pathFromArgument(a)) return escapedArgument(a);
+    return QString();
 }
 
-// Without a task: every item with its parsed components.
-void printItems(const MyDocument& doc, bool fullPaths) {
-    for (const FileItemPtr& item : doc.fileArray()) {
-        const QString shown = fullPaths ? item->displayName() : item->fileName();
-        QStringList parts;
-        const quint32 padding = item->paddingLength();
-        for (const NameComponent& c : item->components())
-            parts.append(describeComponent(c, padding));
-        std::printf("%s%s\n    %s\n", shown.toLocal8Bit().constData(),
-                    item->isDir() ? " (folder)" : "",
-                    parts.join(QStringLiteral(" | ")).toLocal8Bit().constData());
-    }
-    std::printf("%lld item(s)\n", static_cast<long long>(doc.fileCount()));
-}
-
-// A JSON string literal in UTF-8. Written by hand because building a
-// QJsonDocument per row made the JSON output the slowest part of a preview of
-// 100,000 names; the escaping follows RFC 8259.
-void appendJsonString(QByteArray& out, const QString& text) {
-    out += '"';
-    const QByteArray utf8 = text.toUtf8();
-    for (const char c : utf8) {
-        const auto u = static_cast<unsigned char>(c);
-        if (c == '"' || c == '\\') {
-            out += '\\';
-            out += c;
-        } else if (u < 0x20) {
-            char esc[8];
-            std::snprintf(esc, sizeof esc, "\\u%04x", u);
-            out += esc;
-        } else {
-            out += c;
-        }
-    }
-    out += '"';
-}
-
-// As out += text.toLocal8Bit(), without a byte array per name.
-void appendLocal8Bit(QByteArray& out, const QString& text) {
-    static thread_local QStringEncoder encoder(QStringEncoder::System,
-                                               QStringConverter::Flag::Stateless);
-    const qsizetype at = out.size();
-    out.resize(at + encoder.requiredSpace(text.size()));
-    char* const end = encoder.appendToBuffer(out.data() + at, text);
-    out.resize(end - out.data());
-}
-
-// Writes out what has gathered once it is large (or always, when told to):
-// 100,000 rows go out in a few dozen writes.
-void flushOutput(QByteArray& out, bool always = false) {
-    if (!always && out.size() <= (1 << 16)) return;
-    std::fwrite(out.constData(), 1, static_cast<size_t>(out.size()), stdout);
-    out.clear();
-}
-
-// One JSON array of {"path", "old", "new", "conflict"} objects, in list order,
-// streamed in chunks.
-void printJson(const MyDocument& doc, const PreviewRows& rows) {
-    const FileList files = doc.fileArray();
-    QByteArray out = "[";
-    for (qsizetype i = 0; i < files.size(); ++i) {
-        out += i == 0 ? "\n  {\"path\": " : ",\n  {\"path\": ";
-        appendJsonString(out, files[i]->fullPath());
-        out += ", \"old\": ";
-        appendJsonString(out, rows.names[i]);
-        out += ", \"new\": ";
-        appendJsonString(out, rows.newNames[i]);
-        out += rows.conflicting[i] ? ", \"conflict\": true}" : ", \"conflict\": false}";
-        flushOutput(out);
-    }
-    out += files.isEmpty() ? "]\n" : "\n]\n";
-    flushOutput(out, true);
-}
-
-// The rows are formatted in two halves on two threads: at 100,000 names the
-// table is a visible part of an apply's time, while the second core waits.
-// The first half goes out as it is formatted, the second once it is done.
-void printTable(const MyDocument& doc, const PreviewRows& rows, bool fullPaths) {
-    const qsizetype count = rows.names.size();
-    QStringList shownFullPaths;
-    if (fullPaths) {
-        const FileList files = doc.fileArray();
-        shownFullPaths.reserve(count);
-        for (const FileItemPtr& item : files)
-            shownFullPaths.append(item->displayName());
-    }
-    const QStringList& olds = fullPaths ? shownFullPaths : rows.names;
-    qsizetype width = 0;
-    for (const QString& old : olds)
-        width = std::max(width, old.size());
-    QByteArray second;
-    inTwoHalves(count, kTwoHalvesMinimum, [&](qsizetype from, qsizetype to) {
-        QByteArray local;
-        QByteArray& out = from == 0 ? local : second;
-        for (qsizetype i = from; i < to; ++i) {
-            appendLocal8Bit(out, olds[i]);
-            out.append(std::max<qsizetype>(width - olds[i].size(), 0), ' ');
-            out += " -> ";
-            appendLocal8Bit(out, rows.newNames[i]);
-            out += rows.conflicting[i] ? "  [conflict]\n" : "\n";
-            if (from == 0) flushOutput(out);
-        }
-        if (from == 0) flushOutput(out, true);
-    });
-    flushOutput(second, true);
-    std::printf("%lld file(s), %d to rename, %d conflict(s)\n", static_cast<long long>(count),
-                rows.changed, rows.conflicts);
-}
 } // namespace
 
 int main(int argc, char** argv) {
@@ -179,7 +71,8 @@ int main(int argc, char** argv) {
     cli.add_option("--save", o.save, "write the batch file after adding and setting");
     cli.add_flag("--keep-folders", o.keepFolders, "add folders whole, as items");
     cli.add_flag("--full-paths", o.fullPaths, "show full paths (\"~\" for the home folder)");
-    cli.add_flag("--json", o.json, "print the preview as one JSON array");
+    cli.add_flag("--json", o.json,
+                 "print JSON: the preview, the items without a task, the gaps of check-gaps");
     cli.add_option("PATH", o.paths, "files and folders to add, in order");
     CommitOptions commit;
     addCommitOptions(cli, commit);
@@ -193,6 +86,12 @@ int main(int argc, char** argv) {
         return usageError(QString::fromStdString(e.what()));
     }
 
+    std::vector<std::string> pathArguments = o.paths;
+    for (const std::string* p : {&o.batch, &o.save, &commit.undo})
+        pathArguments.push_back(*p);
+    if (const QString bad = invalidPathArgument(pathArguments); !bad.isEmpty())
+        return usageError(QStringLiteral("not a valid UTF-8 path: %1").arg(bad));
+
     // As the super-user the log is written in the machine-wide library folder,
     // which the log itself does not create.
     if (QXLocalPaths::isSuperUser())
@@ -202,6 +101,12 @@ int main(int argc, char** argv) {
         QXLog::finishWriting();
         return *status;
     }
+    // From here on the console's lines wait until the results are out.
+    ConsoleGate gate;
+    const auto finish = [](int status) {
+        QXLog::finishWriting();
+        return status;
+    };
     TerminalView view;
     view.setQuiet(o.json);
     // Kept until the process ends: freeing 100,000 items and their previews one
@@ -214,7 +119,11 @@ int main(int argc, char** argv) {
         const QString batch = q(o.batch);
         if (!QFileInfo(batch).isFile())
             return usageError(QStringLiteral("no batch file %1").arg(batch));
-        doc.readFromURL(batch);
+        QString problem;
+        doc.readFromURL(batch, &problem);
+        if (!problem.isEmpty())
+            return finish(
+                usageError(QStringLiteral("not a batch file: %1 (%2)").arg(batch, problem)));
         const QVariantMap dict = doc.batchFileDict();
         doc.setSelectedTag(dict.value(QStringLiteral("selectedAction")).toInt());
         doc.setSettingsFromDictionary(dict.value(QStringLiteral("settings")).toMap());
@@ -257,29 +166,49 @@ int main(int argc, char** argv) {
         doc.addFileToList(QFileInfo(path).absoluteFilePath(), true, o.keepFolders);
     }
     QXLog::appendLog(QStringLiteral("%1 item(s) added").arg(doc.fileCount()));
+    if (const qsizetype skipped = doc.skippedNameCount())
+        ConsoleGate::printError(
+            QStringLiteral("warning: %1 folder entr%2 skipped: the name is not valid UTF-8 "
+                           "(each is in the log)")
+                .arg(skipped)
+                .arg(skipped == 1 ? QStringLiteral("y") : QStringLiteral("ies")));
 
     if (!o.save.empty() && !doc.writeToURL(q(o.save)))
-        return usageError(QStringLiteral("could not write the batch file %1").arg(q(o.save)));
+        return finish(
+            usageError(QStringLiteral("could not write the batch file %1").arg(q(o.save))));
 
     if (commit.apply && (tag == 0 || tag == 8))
-        return usageError(QStringLiteral("--apply needs a task that renames files"));
+        return finish(usageError(QStringLiteral("--apply needs a task that renames files")));
     if (tag == 0) {
-        printItems(doc, o.fullPaths);
-        QXLog::finishWriting();
-        return 0;
+        if (o.json)
+            printItemsJson(doc);
+        else
+            printItems(doc, o.fullPaths);
+        return finish(0);
     }
+    const QString taskName = cliTaskNames().value(tag - 1, QString::number(tag));
     if (tag == 8) {
-        doc.checkFrameGaps();
-        QXLog::finishWriting();
-        return 0;
+        const auto report = doc.checkFrameGaps();
+        if (!report) {
+            gate.dropExceptionLines();
+            return finish(usageError(
+                QStringLiteral("%1: the check failed; the log has the details").arg(taskName)));
+        }
+        if (o.json) printGapsJson(report->gaps);
+        return finish(0);
     }
     doc.generatePreviewsOnThread();
+    // A task that fails says why, once, instead of a table of unchanged names;
+    // nothing is renamed.
+    if (const auto failure = doc.lastPreviewFailure()) {
+        gate.dropExceptionLines();
+        return finish(usageError(taskName + QStringLiteral(": ") + failure->message));
+    }
     const PreviewRows rows = PreviewRows::gather(doc);
     if (o.json)
         printJson(doc, rows);
     else
         printTable(doc, rows, o.fullPaths);
-    const int status = commit.apply ? runCommit(doc, commit, rows) : 0;
-    QXLog::finishWriting();
-    return status;
+    gate.release();
+    return finish(commit.apply ? runCommit(doc, commit, rows) : 0);
 }

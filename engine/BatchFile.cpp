@@ -5,6 +5,8 @@
 #include "QXLog.h"
 #include "VariantDescription.h"
 
+#include <algorithm>
+
 bool MyDocument::writeToURL(const QString& path) const {
     QStringList files;
     for (const FileItemPtr& item : fileArray())
@@ -18,10 +20,52 @@ bool MyDocument::writeToURL(const QString& path) const {
     return PropertyList::writeFile(path, root);
 }
 
-bool MyDocument::readFromURL(const QString& path) {
+namespace {
+bool isInteger(const QVariant& v) {
+    const int type = v.typeId();
+    return type == QMetaType::LongLong || type == QMetaType::ULongLong || type == QMetaType::Int;
+}
+
+// Why a property list is not a batch: empty when it is one. The known keys
+// must hold their types; "version" is written but never read, so any string
+// or none will do, and a batch without "files" is an empty batch.
+QString batchProblem(const QVariant& root, const QString& readError) {
+    if (!root.isValid())
+        return QStringLiteral("not a property list: %1")
+            .arg(readError.isEmpty() ? QStringLiteral("unreadable") : readError);
+    if (root.typeId() != QMetaType::QVariantMap)
+        return QStringLiteral("the property list is not a dictionary");
+    const QVariantMap dict = root.toMap();
+    static const QString keys[] = {QStringLiteral("version"), QStringLiteral("files"),
+                                   QStringLiteral("selectedAction"), QStringLiteral("settings")};
+    if (std::none_of(std::begin(keys), std::end(keys),
+                     [&dict](const QString& k) { return dict.contains(k); }))
+        return QStringLiteral("none of the keys of a batch file");
+    const QVariant files = dict.value(keys[1]);
+    if (files.isValid()) {
+        const QVariantList list = files.toList();
+        const bool paths = files.typeId() == QMetaType::QVariantList &&
+                           std::all_of(list.cbegin(), list.cend(), [](const QVariant& v) {
+                               return v.typeId() == QMetaType::QString;
+                           });
+        if (!paths) return QStringLiteral("\"files\" is not a list of paths");
+    }
+    if (dict.contains(keys[0]) && dict.value(keys[0]).typeId() != QMetaType::QString)
+        return QStringLiteral("\"version\" is not a string");
+    if (dict.contains(keys[2]) && !isInteger(dict.value(keys[2])))
+        return QStringLiteral("\"selectedAction\" is not an integer");
+    if (dict.contains(keys[3]) && dict.value(keys[3]).typeId() != QMetaType::QVariantMap)
+        return QStringLiteral("\"settings\" is not a dictionary");
+    return QString();
+}
+} // namespace
+
+bool MyDocument::readFromURL(const QString& path, QString* problem) {
     // A file that is not a readable dictionary gives an empty batch; loading
-    // itself never fails.
-    const QVariant root = PropertyList::readFile(path);
+    // itself never fails. What is wrong with it goes to a caller who asks.
+    QString readError;
+    const QVariant root = PropertyList::readFile(path, &readError);
+    if (problem) *problem = batchProblem(root, readError);
     const QVariantMap dict = root.typeId() == QMetaType::QVariantMap ? root.toMap() : QVariantMap();
     FileList items;
     const QVariant files = dict.value(QStringLiteral("files"));

@@ -1,7 +1,7 @@
 #include "MyDocument.h"
 
 #include "FileIndex.h"
-#include "InTwoHalves.h"
+#include "FolderWalker.h"
 #include "Preferences.h"
 #include "PreviewPipeline.h"
 #include "ProposedName.h"
@@ -10,12 +10,9 @@
 
 #include <QDir>
 #include <QFile>
-#include <QStringDecoder>
 
 #include <algorithm>
-#include <dirent.h>
 #include <list>
-#include <sys/stat.h>
 #include <thread>
 #include <vector>
 
@@ -182,70 +179,6 @@ void MyDocument::noteItemPathChanged(const QXFileItem* item, const QString& oldF
     if (!indexed) m_index->insert(key, position, present);
 }
 
-namespace {
-struct DirEntry {
-    QString name;
-    bool isDir;
-};
-
-// Lists a folder's entries in the order the file system returns them; links
-// are followed for the folder test. Names that are not valid UTF-8 cannot be
-// renamed faithfully through QString and are left out, with a log line.
-QList<DirEntry> listFolder(const QString& folder) {
-    QList<DirEntry> out;
-    const QByteArray native = QFile::encodeName(folder);
-    DIR* dir = ::opendir(native.constData());
-    if (!dir) return out; // an unreadable folder adds nothing
-    while (dirent* e = ::readdir(dir)) {
-        const char* raw = e->d_name;
-        if (raw[0] == '.' && (raw[1] == 0 || (raw[1] == '.' && raw[2] == 0))) continue;
-        // A byte-order mark is part of a name, not a marker to drop.
-        QStringDecoder decoder(QStringDecoder::Utf8, QStringDecoder::Flag::Stateless |
-                                                         QStringDecoder::Flag::ConvertInitialBom);
-        const QString name = decoder(QByteArrayView(raw));
-        if (decoder.hasError()) {
-            QXLog::appendLog(
-                QStringLiteral("Skipped %1/%2: the name is not valid UTF-8").arg(folder, name));
-            continue;
-        }
-        bool isDir = e->d_type == DT_DIR;
-        if (e->d_type == DT_UNKNOWN || e->d_type == DT_LNK) {
-            struct stat st {};
-            const QByteArray full = native + '/' + raw;
-            isDir = ::stat(full.constData(), &st) == 0 && S_ISDIR(st.st_mode);
-        }
-        out.append({name, isDir});
-    }
-    ::closedir(dir);
-    return out;
-}
-
-bool statFolder(const QString& path, bool* isDir, dev_t* dev, ino_t* ino) {
-    struct stat st {};
-    if (::stat(QFile::encodeName(path).constData(), &st) != 0) return false;
-    *isDir = S_ISDIR(st.st_mode);
-    *dev = st.st_dev;
-    *ino = st.st_ino;
-    return true;
-}
-} // namespace
-
-// The walk of one added path. Folders are listed without the lock; the lock
-// is taken for each run of files appended, so a long add never blocks readers.
-class FolderWalker {
-public:
-    FolderWalker(MyDocument& doc, QMutex& mutex) : m_doc(doc), m_mutex(mutex) {}
-    void add(const QString& rawPath, bool preserveFolders);
-
-private:
-    void descend(const QString& folder);
-    void appendRun(const QString& folder, const QList<DirEntry>& entries, qsizetype from,
-                   qsizetype to);
-    MyDocument& m_doc;
-    QMutex& m_mutex;
-    QList<QPair<dev_t, ino_t>> m_stack; // folders being descended, against link loops
-};
-
 void MyDocument::addFileToList(const QString& path, bool verifyUnique, bool preserveFolders) {
     (void)verifyUnique; // exact duplicates are refused by every route
     FolderWalker(*this, m_mutex).add(path, preserveFolders);
@@ -261,99 +194,8 @@ void MyDocument::addPathLocked(const QString& path, bool verifyUnique, bool pres
     });
     if (present) return;
     FileItemPtr item = QXFileItem::fileItemWithFile(path);
-    if (preserveFolders) {
-        bool isDir = false;
-        dev_t d;
-        ino_t i;
-        if (statFolder(path, &isDir, &d, &i) && isDir) item->setIsDir(true);
-    }
+    if (preserveFolders && FolderWalker::isFolder(path)) item->setIsDir(true);
     appendItemLocked(std::move(item));
-}
-
-void FolderWalker::add(const QString& rawPath, bool preserveFolders) {
-    const QString path = QXFileItem::expandTilde(rawPath);
-    if (QXFileItem::lastPathComponent(path).startsWith(u'.')) return; // hidden: never added
-    bool isDir = false;
-    dev_t dev = 0;
-    ino_t ino = 0;
-    const bool exists = statFolder(path, &isDir, &dev, &ino);
-    if (exists && isDir && !preserveFolders) {
-        m_stack.append({dev, ino});
-        descend(path);
-        m_stack.removeLast();
-        return;
-    }
-    QMutexLocker lock(&m_mutex);
-    m_doc.addPathLocked(path, true, preserveFolders);
-}
-
-void FolderWalker::descend(const QString& folder) {
-    const QList<DirEntry> entries = listFolder(folder);
-    // Depth first, in listing order: files up to the next folder go in one run.
-    qsizetype runStart = 0;
-    for (qsizetype i = 0; i < entries.size(); ++i) {
-        if (!entries[i].isDir) continue;
-        appendRun(folder, entries, runStart, i);
-        runStart = i + 1;
-        const DirEntry& e = entries[i];
-        if (e.name.startsWith(u'.')) continue;
-        const QString sub =
-            folder == u'/' ? QString(u'/' + e.name) : QString(folder + u'/' + e.name);
-        bool isDir = false;
-        dev_t dev = 0;
-        ino_t ino = 0;
-        if (!statFolder(sub, &isDir, &dev, &ino) || !isDir) continue;
-        if (m_stack.contains(qMakePair(dev, ino))) {
-            QXLog::appendLog(
-                QStringLiteral("Skipped %1: it leads back into a folder being added").arg(sub));
-            continue;
-        }
-        m_stack.append({dev, ino});
-        descend(sub);
-        m_stack.removeLast();
-    }
-    appendRun(folder, entries, runStart, entries.size());
-}
-
-void FolderWalker::appendRun(const QString& folder, const QList<DirEntry>& entries, qsizetype from,
-                             qsizetype to) {
-    if (from >= to) return;
-    const QString prefix = folder == u'/' ? QString() : folder; // "/" + name, not "//" + name
-    auto fullPath = [&prefix](const QString& name) -> QString { return prefix + u'/' + name; };
-
-    // Items and path hashes need nothing of the list: they are made in two
-    // halves, and only the duplicate check and the index are done in order.
-    // Each half shares its own copy of the folder's text, so that no shared
-    // count is touched from both cores.
-    const qsizetype count = to - from;
-    FileList made(count);
-    std::vector<quint64> keys(static_cast<size_t>(count));
-    inTwoHalves(count, kTwoHalvesMinimum, [&](qsizetype first, qsizetype last) {
-        const QString dir =
-            first == 0 || prefix.isEmpty() ? prefix : QString(prefix.constData(), prefix.size());
-        for (qsizetype i = first; i < last; ++i) {
-            const QString& name = entries[from + i].name;
-            if (name.startsWith(u'.')) continue;
-            keys[static_cast<size_t>(i)] = FileIndex::hashOf(fullPath(name));
-            made[i] = QXFileItem::fileItemInFolder(dir, name);
-        }
-    });
-
-    QMutexLocker lock(&m_mutex);
-    FileIndex& index = m_doc.indexLocked();
-    index.reserve(static_cast<size_t>(m_doc.m_files.size() + count));
-    for (qsizetype i = 0; i < count; ++i) {
-        if (!made[i]) continue;
-        const quint64 key = keys[static_cast<size_t>(i)];
-        bool present = false;
-        index.forEachCandidate(key, [&](int pos) {
-            present = m_doc.m_files[pos]->fullPath() == fullPath(entries[from + i].name);
-            return present;
-        });
-        if (present) continue;
-        index.insert(key, static_cast<int>(m_doc.m_files.size()), false);
-        m_doc.m_files.append(std::move(made[i]));
-    }
 }
 
 void MyDocument::addItemsOnThread(const QStringList& paths) {
@@ -493,6 +335,11 @@ std::optional<FileList> MyDocument::reverseArray(const FileList& files) {
 // ---- the table --------------------------------------------------------------------------------
 
 QString MyDocument::objectValue(Column column, int row) const {
+    return objectValue(column, row,
+                       column == Column::Filename && Preferences::showFullSourcePaths());
+}
+
+QString MyDocument::objectValue(Column column, int row, bool fullPaths) const {
     FileItemPtr item;
     {
         QMutexLocker lock(&m_mutex);
@@ -501,11 +348,15 @@ QString MyDocument::objectValue(Column column, int row) const {
     }
     if (column == Column::Filename) {
         const QString display = item->displayName();
-        return Preferences::showFullSourcePaths() ? display
-                                                  : QXFileItem::lastPathComponent(display);
+        return fullPaths ? display : QXFileItem::lastPathComponent(display);
     }
     const FileItemPtr preview = item->previewObject();
     return preview ? QXFileItem::lastPathComponent(preview->fileName()) : QString();
+}
+
+FileItemPtr MyDocument::itemAt(int row) const {
+    QMutexLocker lock(&m_mutex);
+    return row >= 0 && row < m_files.size() ? m_files[row] : nullptr;
 }
 
 bool MyDocument::rowIsConflicting(int row) const {

@@ -3,6 +3,7 @@
 #include "DocumentView.h"
 #include "QXFileItem.h"
 #include "SettingsForm.h"
+#include "TaskRun.h"
 
 #include <QMutex>
 #include <QStringList>
@@ -46,17 +47,29 @@ public:
     void remove(const QList<int>& rows);
     FileList sortFilesByPreviewFilename() const;
     FileList sortFilesByFrameOrder() const;
+    // Reorders the list itself by name in natural order (shot.2 before
+    // shot.10): by what the file-name column shows, the full path when
+    // "showFullSourcePaths" is on, else the file name with its folder breaking
+    // ties. Stable; reloads the table and clears the selection.
+    void sortByName(bool descending = false);
     static std::optional<FileList> reverseArray(const FileList& files);
     // The commit re-keys the look-up index after it renames an item; position,
     // when known, spares looking the item up.
     void noteItemPathChanged(const QXFileItem* item, const QString& oldFullPath, int position = -1);
     // Waits until every background add started by this document has ended.
     void waitForAdds();
+    // Folder entries left out so far because their names are not valid UTF-8
+    // (each is in the log); a front end tells the user how many.
+    qsizetype skippedNameCount() const { return m_skippedNames.load(); }
 
     // ---- the table --------------------------------------------------------
     enum class Column { Filename, Preview };
     int numberOfRows() const { return static_cast<int>(fileCount()); }
+    FileItemPtr itemAt(int row) const; // null outside the list
     QString objectValue(Column column, int row) const;
+    // The same with the "showFullSourcePaths" choice given: a table that
+    // repaints often reads the default once, not once per cell.
+    QString objectValue(Column column, int row, bool fullPaths) const;
     // Whether the row shows the caution: its proposed name is another's too,
     // or it is not a file name at all (the tool tip says which).
     bool rowIsConflicting(int row) const;
@@ -92,7 +105,9 @@ public:
 
     // ---- batch files ------------------------------------------------------
     bool writeToURL(const QString& path) const;
-    bool readFromURL(const QString& path);
+    // Never fails: a file that is not a batch gives an empty batch. problem,
+    // when given, receives why the file is not a batch file (empty when it is).
+    bool readFromURL(const QString& path, QString* problem = nullptr);
     QVariantMap batchFileDict() const;
     // The window has loaded: apply a pending batch dictionary, then changeTask.
     void windowControllerDidLoadNib();
@@ -104,6 +119,14 @@ public:
     void generatePreviews(); // starts a thread; returns at once
     void generatePreviewsOnThread();
     void waitForPreviews(); // until every preview thread has finished
+    // Why the last preview failed (a pattern that does not compile or runs
+    // too long, a missing setting), for the front end to show beside the
+    // setting; nullopt when it succeeded. Set before the preview reloads the
+    // table; a superseded preview leaves it alone.
+    std::optional<TaskFailure> lastPreviewFailure() const;
+    // The time slow regular-expression matches of one preview may take
+    // together before the task fails (a second unless set).
+    void setPreviewMatchBudget(TaskRun::Nanoseconds budget, TaskRun::Clock clock = {});
     void checkForConflicts();
     void process(); // the Rename button
     // Runs the preview entry point of a tag on some files (false: none).
@@ -265,6 +288,7 @@ private:
     SettingsForm m_form;
     QVariantMap m_batchFileDict;
     std::unique_ptr<PreviewPipeline> m_previews;
+    std::atomic<qsizetype> m_skippedNames{0};
     std::atomic<bool> m_processingCancelled{false};
     std::atomic<bool> m_commitFromPreviews{false};
     mutable QMutex m_commitMutex; // guards the commit results below

@@ -28,6 +28,17 @@ void PreviewPipeline::forgetComplete() {
     m_completeTag.store(0);
 }
 
+std::optional<TaskFailure> PreviewPipeline::lastFailure() const {
+    QMutexLocker lock(&m_failureMutex);
+    return m_lastFailure;
+}
+
+void PreviewPipeline::setMatchBudget(TaskRun::Nanoseconds budget, TaskRun::Clock clock) {
+    QMutexLocker lock(&m_failureMutex);
+    m_matchBudget = budget;
+    m_clock = std::move(clock);
+}
+
 void PreviewPipeline::waitForDone() {
     m_pool.waitForDone();
 }
@@ -45,7 +56,11 @@ QList<QPair<int, int>> PreviewPipeline::batches(int count) {
 }
 
 void PreviewPipeline::run() {
-    if (m_doc.fileCount() == 0) return;
+    if (m_doc.fileCount() == 0) {
+        QMutexLocker lock(&m_failureMutex);
+        m_lastFailure.reset(); // nothing to preview, nothing that failed
+        return;
+    }
     DocumentView& view = m_doc.view();
     view.setSpinner(DocumentView::Spinner::Preview, true);
 
@@ -61,6 +76,12 @@ void PreviewPipeline::run() {
     const auto bounds = batches(static_cast<int>(items.size()));
     const bool previewable = tag > 0 && tag <= 26 && tag != 8; // 8 has no preview entry point
     std::atomic<bool> failed = !previewable;
+    // One budget and one failure for all the batches of this run.
+    std::optional<TaskRun> taskRun;
+    {
+        QMutexLocker lock(&m_failureMutex);
+        taskRun.emplace(m_matchBudget, m_clock);
+    }
     for (qsizetype i = 0; previewable && i < bounds.size(); ++i) {
         if (tag == 7 && i > 0) {
             // Each renumbering batch continues where the previous one ends.
@@ -70,15 +91,27 @@ void PreviewPipeline::run() {
         }
         const QVariantMap batchSettings = settings; // the settings as they are now
         const FileList batch = items.mid(bounds[i].first, bounds[i].second);
-        m_pool.start([this, generation, tag, batchSettings, batch, &failed] {
+        m_pool.start([this, generation, tag, batchSettings, batch, &failed, &taskRun] {
             if (m_generation.load() != generation) return; // cancelled while queued
+            const TaskRun::Scope scope(&*taskRun);
             if (!m_doc.runPreviewTask(tag, batchSettings, batch)) failed = true;
         });
     }
     m_pool.waitForDone();
     {
         QMutexLocker lock(&m_completeMutex);
-        if (!failed && m_generation.load() == generation) m_completeTag.store(tag);
+        const bool current = m_generation.load() == generation;
+        if (!failed && current) m_completeTag.store(tag);
+        if (current) {
+            std::optional<TaskFailure> failure;
+            if (failed && previewable) {
+                // Every false has a reason to show, even one a task did not give.
+                failure = taskRun->failure().value_or(TaskFailure{
+                    QStringLiteral("the task failed; the log has the details"), QString(), -1});
+            }
+            QMutexLocker failureLock(&m_failureMutex);
+            m_lastFailure = failure;
+        }
     }
 
     m_doc.checkForConflicts();

@@ -4,6 +4,7 @@
 #include "PreviewPipeline.h"
 #include "QXException.h"
 #include "QXLog.h"
+#include "TaskRun.h"
 
 #include <atomic>
 #include <limits>
@@ -239,6 +240,7 @@ bool MyDocument::runTaskContract(const char* method, const QVariantMap& settings
         if (!preview) result = copyFiles();
     } catch (const std::exception& e) {
         QXException::logException(e, method);
+        TaskRun::reportException(e);
         result = false;
     }
     if (reloadAtExit) view().reloadTable(false);
@@ -259,6 +261,14 @@ void MyDocument::generatePreviews() {
 
 void MyDocument::generatePreviewsOnThread() {
     m_previews->run();
+}
+
+std::optional<TaskFailure> MyDocument::lastPreviewFailure() const {
+    return m_previews->lastFailure();
+}
+
+void MyDocument::setPreviewMatchBudget(TaskRun::Nanoseconds budget, TaskRun::Clock clock) {
+    m_previews->setMatchBudget(budget, std::move(clock));
 }
 
 namespace {

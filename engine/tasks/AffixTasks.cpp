@@ -3,12 +3,16 @@
 // text (frame number and separators included) and have it parsed again.
 #include "MyDocument.h"
 #include "QXException.h"
+#include "TaskRun.h"
 
 namespace {
 
-// A text setting the task cannot work without: missing and empty alike.
+// A text setting the task cannot work without: missing and empty alike. The
+// task returns false without a message; the reason is kept for the front end.
 QString requiredText(const QVariantMap& s, const QString& key) {
-    return s.value(key).toString();
+    QString text = s.value(key).toString();
+    if (text.isEmpty()) TaskRun::reportMissingSetting(key);
+    return text;
 }
 
 // The numeric settings of the character tasks hold the field's text.

@@ -4,6 +4,7 @@
 #include "MyDocument.h"
 #include "QXException.h"
 #include "ReloadAtExit.h"
+#include "TaskRun.h"
 
 #include <QHash>
 
@@ -66,10 +67,9 @@ bool MyDocument::processReverseNumbers(const QVariantMap& s, const FileList& fil
         for (const FileItemPtr& t : std::as_const(targets))
             t->synchronize();
         return true;
-    } catch (const QXException& e) {
-        QXException::logException(e, method);
     } catch (const std::exception& e) {
         QXException::logException(e, method);
+        TaskRun::reportException(e);
     }
     return false;
 }

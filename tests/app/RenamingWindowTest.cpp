@@ -17,6 +17,7 @@
 #include "TempTree.h"
 #include "TokenField.h"
 #include "panels/BlankPanel.h"
+#include "panels/FindReplacePanel.h"
 
 #include <QCheckBox>
 #include <QComboBox>
@@ -185,13 +186,37 @@ private slots:
                         tree.file(QStringLiteral("c22.txt"))});
         choose(window, 14);
         type(window, QStringLiteral("removeCharCountField=1"));
-        QTRY_COMPARE(column(window, 1).first(), QStringLiteral("1.txt"));
+        // The names show as they are made; the conflict check comes after the last.
+        QTRY_COMPARE(window->tableModel()->index(0, 1).data(Qt::ToolTipRole).toString(),
+                     MyDocument::conflictToolTip());
         for (int row = 0; row < 3; ++row) {
             const QModelIndex preview = window->tableModel()->index(row, 1);
             QCOMPARE(preview.data(Qt::ToolTipRole).toString(),
                      row < 2 ? MyDocument::conflictToolTip() : QString());
             QCOMPARE(preview.data(Qt::DecorationRole).value<QIcon>().isNull(), row == 2);
         }
+    }
+
+    // A bad pattern is named under the find field as it is typed, never in a
+    // sheet per keystroke; Rename then refuses on a sheet that says why.
+    void anInvalidPatternIsShownUnderTheFieldAndStopsRename() {
+        TempTree tree;
+        DocumentWindow* window = windowWith({tree.file(QStringLiteral("ab.txt"))});
+        choose(window, 1);
+        type(window, QStringLiteral("findRegExCheck;replaceStringField=x;findStringField=(a"));
+        auto* panel = window->taskArea().clipView()->findReplacePanel();
+        QTRY_VERIFY(panel->regexError().contains(QStringLiteral("U_REGEX_MISMATCHED_PAREN")));
+        QVERIFY(!QApplication::activeModalWidget());
+        QMessageBox* sheet = nullptr;
+        QTimer::singleShot(0, [&] { renameButton(window)->click(); });
+        QVERIFY((sheet = waitForSheet()));
+        QCOMPARE(sheet->text(), QStringLiteral("The find pattern cannot be used"));
+        sheet->accept();
+        QTest::keyClicks(window->findChild<QLineEdit*>(QStringLiteral("findStringField")),
+                         QStringLiteral(")"));
+        QTRY_COMPARE(column(window, 1), QStringList{QStringLiteral("xb.txt")});
+        QTRY_COMPARE(panel->regexError(), QString());
+        QCOMPARE(tree.list(), QStringList{QStringLiteral("ab.txt")});
     }
 
     void cancelStopsTheCommitBetweenFiles() {

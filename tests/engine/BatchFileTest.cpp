@@ -142,14 +142,23 @@ TEST(BatchFile, BadFilesGiveAnEmptyBatch) {
     for (const auto& c : cases) {
         const QString file = t.file(QString::fromLatin1(c.name), c.content);
         MyDocument doc;
-        EXPECT_TRUE(doc.readFromURL(file)) << c.name;
+        QString problem;
+        EXPECT_TRUE(doc.readFromURL(file, &problem)) << c.name;
+        EXPECT_FALSE(problem.isEmpty()) << c.name; // said to a caller who asks
         EXPECT_EQ(doc.fileCount(), 0) << c.name;
         doc.windowControllerDidLoadNib();
         doc.waitForPreviews();
     }
     MyDocument missing;
-    EXPECT_TRUE(missing.readFromURL(t(u"absent.sqb"_s)));
+    QString problem;
+    EXPECT_TRUE(missing.readFromURL(t(u"absent.sqb"_s), &problem));
     EXPECT_EQ(missing.fileCount(), 0);
+    EXPECT_TRUE(problem.startsWith(u"not a property list"_s)) << problem.toStdString();
+    // Keys of the right types, or none of "files", make a batch.
+    const QString noFiles = t.file(u"nofiles.sqb"_s, xmlHead + "<dict><key>settings</key><dict/>"
+                                                               "</dict></plist>");
+    EXPECT_TRUE(MyDocument().readFromURL(noFiles, &problem));
+    EXPECT_TRUE(problem.isEmpty()) << problem.toStdString();
 }
 
 TEST(BatchFile, HundredThousandPathsLoad) {

@@ -1,5 +1,6 @@
 #include "MyDocument.h"
 #include "FileIndex.h"
+#include "FolderWalker.h"
 #include "QXLocalPaths.h"
 #include "QXLog.h"
 #include "RecordingView.h"
@@ -68,8 +69,8 @@ TEST(MyDocumentList, FolderAddsEveryVisibleFileAtAnyDepthButNotItself) {
 }
 
 // A folder large enough to be taken in on two threads: every visible file
-// once, in listing order after those already there, each found by its path.
-TEST(MyDocumentList, LargeFolderAddsEachFileOnceInListingOrder) {
+// once, in natural name order after those already there, each found by its path.
+TEST(MyDocumentList, LargeFolderAddsEachFileOnceInNaturalOrder) {
     TempTree t;
     for (int i = 0; i < 5000; ++i)
         t.file(u"big/f%1.txt"_s.arg(i));
@@ -81,11 +82,10 @@ TEST(MyDocumentList, LargeFolderAddsEachFileOnceInListingOrder) {
     doc.addFileToList(t(u"big"_s));
 
     QStringList expected = {early, earlier};
-    for (const QString& name : QDir(t(u"big"_s)).entryList(QDir::Files, QDir::Unsorted)) {
-        const QString path = t(u"big/"_s + name);
+    for (int i = 0; i < 5000; ++i) {
+        const QString path = t(u"big/f%1.txt"_s.arg(i));
         if (path != early && path != earlier) expected.append(path);
     }
-    ASSERT_EQ(expected.size(), 5000);
     EXPECT_EQ(paths(doc.fileArray()), expected);
     for (qsizetype i = 0; i < expected.size(); i += 97) {
         const FileItemPtr found = doc.fileInQueue(expected[i]);
@@ -94,19 +94,56 @@ TEST(MyDocumentList, LargeFolderAddsEachFileOnceInListingOrder) {
     }
 }
 
-TEST(MyDocumentList, FoldersGoDepthFirstInListingOrder) {
+// Folders are entries like files: depth first, each folder's entries in
+// natural order (numbers by value, then case, then a fixed order for names
+// the collator holds equal).
+TEST(MyDocumentList, FoldersGoDepthFirstInNaturalOrder) {
     TempTree t;
-    t.file(u"f/x/1.txt"_s);
-    t.file(u"f/x/y/2.txt"_s);
-    t.file(u"f/z.txt"_s);
+    for (const char* name : {"f/shot.10.exr", "f/shot.9.exr", "f/x/1.txt", "f/x/y/2.txt",
+                             "f/shot.1.exr", "f/z.txt", "f/Shot.1.exr", "f/x/10.txt"})
+        t.file(QString::fromUtf8(name));
+    const QString nfc = u"f/\u00e9.txt"_s, nfd = u"f/e\u0301.txt"_s;
+    t.file(nfc);
+    t.file(nfd);
     MyDocument doc;
     doc.addFileToList(t(u"f"_s));
-    const QStringList got = names(doc.fileArray());
-    ASSERT_EQ(got.size(), 3);
-    // Everything below x stands together, y's file among x's files.
-    const qsizetype one = got.indexOf(u"1.txt"_s);
-    const qsizetype two = got.indexOf(u"2.txt"_s);
-    EXPECT_EQ(std::abs(one - two), 1);
+    // The two spellings of é come first, in binary order among equals.
+    const QStringList expected = {t(nfd),
+                                  t(nfc),
+                                  t(u"f/shot.1.exr"_s),
+                                  t(u"f/Shot.1.exr"_s),
+                                  t(u"f/shot.9.exr"_s),
+                                  t(u"f/shot.10.exr"_s),
+                                  t(u"f/x/1.txt"_s),
+                                  t(u"f/x/10.txt"_s),
+                                  t(u"f/x/y/2.txt"_s),
+                                  t(u"f/z.txt"_s)};
+    EXPECT_EQ(paths(doc.fileArray()), expected);
+}
+
+// A folder of one sequence is ordered without the collator: the same order
+// as the collator gives, leading zeros and long numbers included.
+TEST(MyDocumentList, SequenceOrderMatchesTheCollators) {
+    const QStringList names = {u"v2.010.exr"_s, u"v2.9.exr"_s,
+                               u"v2.09.exr"_s,  u"v10.1.exr"_s,
+                               u"v2.0.exr"_s,   u"v2.1000000000000000000.exr"_s,
+                               u"v02.9.exr"_s,  u"v2.9999999999999999999.exr"_s};
+    auto sorted = [](const QStringList& in) {
+        QList<DirEntry> entries;
+        for (const QString& n : in)
+            entries.append({n, false});
+        FolderWalker::sortNaturally(entries);
+        QStringList out;
+        for (const DirEntry& e : entries)
+            out.append(e.name);
+        return out;
+    };
+    // Another name makes it no sequence: the collator orders them all.
+    QStringList byCollator = sorted(names + QStringList{u"other.txt"_s});
+    byCollator.removeAll(u"other.txt"_s);
+    EXPECT_EQ(sorted(names), byCollator);
+    EXPECT_EQ(sorted(names).mid(0, 4),
+              QStringList({u"v2.0.exr"_s, u"v02.9.exr"_s, u"v2.09.exr"_s, u"v2.9.exr"_s}));
 }
 
 TEST(MyDocumentList, DuplicatesAreRefusedByEveryRoute) {

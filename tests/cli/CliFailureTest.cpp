@@ -1,0 +1,140 @@
+// What the command line says when something is wrong, and its JSON forms.
+#include "CliResult.h"
+#include "TempTree.h"
+
+#include <QFile>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QProcess>
+#include <cstdio>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+using namespace Qt::Literals::StringLiterals;
+
+namespace {
+CliResult cli(const QStringList& args) {
+    QProcess p;
+    p.start(QStringLiteral(SEQMATE_CLI_PATH), args);
+    p.closeWriteChannel();
+    return waitForCli(p, 60000);
+}
+
+// Runs the program through the shell with one more argument: DIR/ followed
+// by raw bytes, which a QString argument cannot carry.
+CliResult cliWithRawPath(const QString& dir, const char* octalBytes, const QStringList& args) {
+    QProcess p;
+    p.start(u"/bin/sh"_s, QStringList{u"-c"_s,
+                                      u"cli=$1; dir=$2; bytes=$3; shift 3; "
+                                      u"exec \"$cli\" \"$@\" \"$dir/$(printf \"$bytes\")\""_s,
+                                      u"sh"_s, QStringLiteral(SEQMATE_CLI_PATH), dir,
+                                      QString::fromLatin1(octalBytes)} +
+                              args);
+    p.closeWriteChannel();
+    return waitForCli(p, 60000);
+}
+
+// Said once: one line on standard error, nothing on standard output.
+void expectOneLineFailure(const CliResult& r, const QString& text) {
+    EXPECT_EQ(r.status, 2);
+    EXPECT_EQ(r.err, u"seqmate-cli: "_s + text + u'\n');
+    EXPECT_TRUE(r.out.isEmpty()) << r.out.toStdString();
+}
+
+TEST(CliFailures, AFailingTaskSaysWhyAndRenamesNothing) {
+    TempTree t;
+    t.file(u"d/aaaa.txt"_s);
+    t.file(u"d/"_s + QString(24, u'a') + u"b.txt"_s);
+    const struct {
+        QStringList args;
+        QString line;
+    } cases[] = {
+        {{u"-t"_s, u"find-replace"_s, u"-s"_s, u"regex=1"_s, u"-s"_s, u"find=("_s},
+         u"find-replace: the pattern \"(\" does not compile: U_REGEX_MISMATCHED_PAREN at "
+         u"offset 1"_s},
+        {{u"-t"_s, u"prefix"_s}, u"prefix: the setting \"prefix\" is missing or empty"_s},
+        {{u"-t"_s, u"change-ext"_s, u"-s"_s, u"fileExt="_s},
+         u"change-ext: the setting \"fileExt\" is missing or empty"_s},
+        // Stopped by the preview's time budget, not after ICU's own minutes.
+        {{u"-t"_s, u"find-replace"_s, u"-s"_s, u"regex=1"_s, u"-s"_s, u"find=(a+)+$"_s, u"-s"_s,
+          u"replace=x"_s},
+         u"find-replace: the pattern \"(a+)+$\" took too long to match and was stopped"_s},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.line.toStdString());
+        expectOneLineFailure(cli(c.args + QStringList{t(u"d"_s)}), c.line);
+        expectOneLineFailure(cli(c.args + QStringList{u"--apply"_s, u"-y"_s, t(u"d"_s)}), c.line);
+        EXPECT_TRUE(t.exists(u"d/aaaa.txt"_s));
+    }
+}
+
+TEST(CliFailures, PathsThatAreNotUtf8AreRefusedNotMapped) {
+    TempTree t;
+    // The name a lossy decoding of "\xff\xfe" would give: it must stay as it is.
+    t.file(u"d/\uFFFD\uFFFD"_s);
+    const CliResult r =
+        cliWithRawPath(t(u"d"_s), "\\377\\376",
+                       {u"-t"_s, u"prefix"_s, u"-s"_s, u"prefix=P_"_s, u"--apply"_s, u"-y"_s});
+    expectOneLineFailure(r, u"not a valid UTF-8 path: "_s + t(u"d"_s) + u"/\\xff\\xfe"_s);
+    EXPECT_EQ(t.list(u"d"_s), QStringList{u"\uFFFD\uFFFD"_s});
+
+    // Entries skipped inside a folder are counted where the user looks.
+    const QByteArray bad = QFile::encodeName(t(u"d/"_s)) + "bad\xff.txt";
+    FILE* raw = std::fopen(bad.constData(), "w");
+    ASSERT_TRUE(raw);
+    std::fclose(raw);
+    const CliResult listed = cli({u"--json"_s, t(u"d"_s)});
+    ::unlink(bad.constData());
+    EXPECT_EQ(listed.status, 0);
+    EXPECT_TRUE(listed.err.contains(u"warning: 1 folder entry skipped"_s))
+        << listed.err.toStdString();
+    EXPECT_EQ(QJsonDocument::fromJson(listed.out.toUtf8()).array().size(), 1);
+}
+
+TEST(CliFailures, FilesThatAreNotBatchFilesAreRefused) {
+    TempTree t;
+    const QByteArray head = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<plist version=\"1.0\">\n";
+    const QByteArray bad[] = {
+        "this is not a property list",
+        head + "<dict><key>files</key><array><string>/a/b",
+        head + "<dict><key>files</key><string>/a/b</string></dict></plist>",
+        head + "<dict><key>selectedAction</key><string>x</string></dict></plist>",
+        head + "<array><string>/a/b</string></array></plist>",
+    };
+    for (const QByteArray& content : bad) {
+        const QString file = t.file(u"b.sqb"_s, content);
+        const CliResult r = cli({u"-b"_s, file});
+        EXPECT_EQ(r.status, 2) << content.constData();
+        EXPECT_TRUE(r.err.startsWith(u"seqmate-cli: not a batch file: "_s + file + u" ("_s))
+            << r.err.toStdString();
+        EXPECT_EQ(r.err.count(u'\n'), 1);
+    }
+    // A batch without files is still a batch: an empty one.
+    const QString empty = t.file(u"e.sqb"_s, head + "<dict><key>selectedAction</key><integer>"
+                                                    "21</integer></dict></plist>");
+    EXPECT_EQ(cli({u"-b"_s, empty, u"--json"_s}).out, u"[]\n"_s);
+}
+
+TEST(CliFailures, JsonIsPrintedForEveryForm) {
+    TempTree t;
+    for (int f : {10, 2, 1, 5})
+        t.file(u"s/shot.%1.exr"_s.arg(f));
+    const QJsonArray items =
+        QJsonDocument::fromJson(cli({u"--json"_s, t(u"s"_s)}).out.toUtf8()).array();
+    ASSERT_EQ(items.size(), 4);
+    const QJsonObject last = items[3].toObject(); // natural order: 1, 2, 5, 10
+    EXPECT_EQ(last.value(u"name"_s).toString(), u"shot.10.exr"_s);
+    EXPECT_EQ(last.value(u"padding"_s).toInt(), 2);
+    const QJsonArray parts = last.value(u"components"_s).toArray();
+    ASSERT_EQ(parts.size(), 5);
+    EXPECT_EQ(parts[2].toObject().value(u"Frame Number"_s).toInt(), 10);
+    EXPECT_EQ(parts[4].toObject().value(u"File Extension"_s).toString(), u"exr"_s);
+
+    EXPECT_EQ(cli({u"--json"_s}).out, u"[]\n"_s);
+    EXPECT_EQ(cli({u"--json"_s, u"-t"_s, u"upper"_s}).out, u"[]\n"_s);
+    const CliResult gaps = cli({u"--json"_s, u"-t"_s, u"check-gaps"_s, t(u"s"_s)});
+    EXPECT_EQ(gaps.status, 0);
+    EXPECT_EQ(QJsonDocument::fromJson(gaps.out.toUtf8()).array(), QJsonArray({u"3-4"_s, u"6-9"_s}));
+}
+} // namespace
