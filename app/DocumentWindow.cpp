@@ -21,6 +21,8 @@
 #include <QPointer>
 #include <QTimer>
 
+#include <utility>
+
 DocumentWindow::DocumentWindow(QWidget* parent)
     : QMainWindow(parent), m_ui(std::make_unique<Ui::DocumentWindow>()),
       m_bridge(std::make_unique<DocumentViewBridge>(*this)),
@@ -64,6 +66,11 @@ DocumentWindow::DocumentWindow(QWidget* parent)
     m_taskArea = new TaskArea(*this, *m_document, m_ui->taskPopUp, m_ui->settingsView);
     connect(m_taskArea, &TaskArea::edited, this, &DocumentWindow::documentEdited);
     connect(m_taskArea, &TaskArea::tagChanged, this, &DocumentWindow::updateActions);
+    // A preview asked for here starts on another thread: until it says so, it is awaited.
+    // (The engine previews nothing, and says nothing, for an empty list.)
+    connect(m_taskArea, &TaskArea::previewRequested, this, [this] {
+        if (m_document->fileCount() > 0) ++m_previewsAwaited;
+    });
     connect(UserDefaults::instance(), &UserDefaults::changed, this, [this](const QString& key) {
         if (key == UserDefaults::showFullSourcePathsKey && m_modelHooks.displayOptionsChanged)
             m_modelHooks.displayOptionsChanged();
@@ -180,6 +187,7 @@ QList<int> DocumentWindow::selectedRows() const {
 
 void DocumentWindow::reloadTable() {
     if (m_modelHooks.reload) m_modelHooks.reload();
+    if (m_document->fileCount() == 0) m_previewsAwaited = 0; // none of them will start
     updateActions();
 }
 
@@ -190,8 +198,11 @@ void DocumentWindow::setSpinnerRunning(DocumentView::Spinner which, bool running
     }
     // Previews overlap while the user types: the indicator runs until the last ends.
     m_previewsRunning = std::max(0, m_previewsRunning + (running ? 1 : -1));
+    if (running) m_previewsAwaited = std::max(0, m_previewsAwaited - 1);
     m_ui->previewSpinner->setVisible(m_previewsRunning > 0);
-    if (m_previewsRunning == 0) m_taskArea->previewsEnded();
+    if (m_previewsRunning > 0 || m_previewsAwaited > 0) return;
+    m_taskArea->previewsEnded();
+    if (std::exchange(m_renameWhenPreviewed, false)) rename();
 }
 
 void DocumentWindow::clearSelection() {
@@ -242,6 +253,12 @@ void DocumentWindow::rename() {
     if (m_document->fileCount() == 0 || m_bridge->commitRunning()) return;
     if (m_taskArea->selectedTag() == kGapCheckTag) {
         (void)m_document->checkFrameGaps(); // its report is a sheet of its own
+        return;
+    }
+    if (m_previewsRunning > 0 || m_previewsAwaited > 0) {
+        // The confirmation counts, and the pattern check reads, the names being
+        // made: Rename goes on once they are all there.
+        m_renameWhenPreviewed = true;
         return;
     }
     const QString patternError = m_taskArea->findPatternError();

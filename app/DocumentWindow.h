@@ -87,6 +87,8 @@ private:
     TableModelHooks m_modelHooks;
     TaskArea* m_taskArea = nullptr;
     int m_previewsRunning = 0;
+    int m_previewsAwaited = 0;          // asked for by an edit, not started yet
+    bool m_renameWhenPreviewed = false; // Rename was pressed while previews ran
     bool m_closeApproved = false;
     bool m_closePending = false; // closing waits for a commit or an alert to end
 };

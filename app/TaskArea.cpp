@@ -35,18 +35,15 @@ TaskArea::TaskArea(DocumentWindow& window, MyDocument& document, QComboBox* popU
     connect(m_clipView, &QXClipView::fieldEdited, this,
             [this](const QString& outlet, const QString& text) {
                 m_document.setFieldText(outlet, text);
-                m_document.generatePreviews();
-                emit edited();
+                preview();
             });
     connect(m_clipView, &QXClipView::checkEdited, this, [this](const QString& outlet, int state) {
         m_document.setCheckState(outlet, state);
-        m_document.generatePreviews();
-        emit edited();
+        preview();
     });
     connect(m_tokenField, &TokenField::tokensEdited, this, [this](const QVariantList& tokens) {
         m_document.setTokens(tokens);
-        m_document.generatePreviews();
-        emit edited();
+        preview();
     });
 }
 
@@ -62,9 +59,16 @@ void TaskArea::startNewBatch() {
     if (m_document.selectedTag() == 0) m_document.setSelectedTag(kDefaultTag);
 }
 
+void TaskArea::preview() {
+    emit previewRequested();
+    m_document.generatePreviews();
+    emit edited();
+}
+
 void TaskArea::userChoseTask(int index) {
     const int tag = m_popUp->itemData(index).toInt();
     if (tag == 0 || tag == m_document.selectedTag()) return;
+    emit previewRequested(); // changeTask previews too
     m_document.changeTask(tag);
     emit edited();
 }

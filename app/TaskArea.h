@@ -39,11 +39,14 @@ signals:
     // The user changed the batch's task or settings: worth saving.
     void edited();
     void tagChanged(int tag);
+    // An edit asked the document for a new preview.
+    void previewRequested();
 
 private:
     void userChoseTask(int index);
     void taskChanged(int tag);
     void settingsChanged();
+    void preview();
 
     DocumentWindow& m_window;
     MyDocument& m_document;

@@ -191,16 +191,16 @@ private slots:
         QVERIFY(sheet);
         QCOMPARE(sheet->text(), QStringLiteral("The find pattern cannot be used"));
         sheet->accept();
+        // Rename at once, while the fixed pattern's preview may still run: it
+        // waits for that preview, not the failed one before it.
         QTest::keyClick(window->findChild<QLineEdit*>(QStringLiteral("findStringField")), ')');
-        QTRY_COMPARE(column(window, 1), QStringList{QStringLiteral("xb.txt")});
-        QTRY_COMPARE(panel->regexError(), QString());
-
         answerNextSheet(QStringLiteral("Rename"));
         renameButton(window)->click();
         QVERIFY((sheet = waitForSheet()));
         QCOMPARE(sheet->text(), QStringLiteral("Rename complete"));
         sheet->accept();
         QCOMPARE(tree.list(), QStringList{QStringLiteral("xb.txt")});
+        QCOMPARE(panel->regexError(), QString());
     }
 
     void cancelStopsTheCommitBetweenFiles() {
