@@ -160,8 +160,16 @@ void DocumentWindow::createTableModel() {
 }
 
 void DocumentWindow::setTableModel(QAbstractItemModel* model, TableModelHooks hooks) {
-    m_ui->tableView->setModel(model);
+    QTableView* table = m_ui->tableView;
+    table->setModel(model);
     m_modelHooks = std::move(hooks);
+    // A click on the name header sorts the list itself (renumbering follows
+    // the list's order); until then the list keeps the order it was given.
+    table->horizontalHeader()->setSortIndicator(-1, Qt::AscendingOrder);
+    table->setSortingEnabled(true);
+    connect(table->horizontalHeader(), &QHeaderView::sectionClicked, this, [this](int section) {
+        if (section == 0) documentEdited();
+    });
     // Rows come and go only when the list changes (drops and adds included);
     // new previews are dataChanged and leave the batch as it was.
     connect(model, &QAbstractItemModel::rowsInserted, this, &DocumentWindow::documentEdited);

@@ -85,7 +85,12 @@ void printJson(const MyDocument& doc, const PreviewRows& rows) {
         appendJsonString(out, rows.names[i]);
         out += ", \"new\": ";
         appendJsonString(out, rows.newNames[i]);
-        out += rows.conflicting[i] ? ", \"conflict\": true}" : ", \"conflict\": false}";
+        out += rows.conflicting[i] ? ", \"conflict\": true" : ", \"conflict\": false";
+        if (!rows.problems[i].isEmpty()) {
+            out += ", \"problem\": ";
+            appendJsonString(out, QStringLiteral("not a file name: ") + rows.problems[i]);
+        }
+        out += '}';
         flushOutput(out);
     }
     out += files.isEmpty() ? "]\n" : "\n]\n";
@@ -158,12 +163,20 @@ void printTable(const MyDocument& doc, const PreviewRows& rows, bool fullPaths) 
             out.append(std::max<qsizetype>(width - olds[i].size(), 0), ' ');
             out += " -> ";
             appendLocal8Bit(out, rows.newNames[i]);
-            out += rows.conflicting[i] ? "  [conflict]\n" : "\n";
+            if (rows.conflicting[i]) out += "  [conflict]";
+            if (!rows.problems[i].isEmpty()) {
+                out += "  [not a file name: ";
+                appendLocal8Bit(out, rows.problems[i]);
+                out += ']';
+            }
+            out += '\n';
             if (from == 0) flushOutput(out);
         }
         if (from == 0) flushOutput(out, true);
     });
     flushOutput(second, true);
-    std::printf("%lld file(s), %d to rename, %d conflict(s)\n", static_cast<long long>(count),
+    std::printf("%lld file(s), %d to rename, %d conflict(s)", static_cast<long long>(count),
                 rows.changed, rows.conflicts);
+    if (rows.invalid > 0) std::printf(", %d not a file name", rows.invalid);
+    std::printf("\n");
 }

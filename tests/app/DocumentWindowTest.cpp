@@ -15,6 +15,7 @@
 #include <QDialogButtonBox>
 #include <QFileDialog>
 #include <QFileSystemModel>
+#include <QHeaderView>
 #include <QPushButton>
 #include <QSignalSpy>
 #include <QTableView>
@@ -152,6 +153,28 @@ private slots:
         remove->click();
         QCOMPARE(window->document().fileCount(), 0);
         QVERIFY(!rename->isEnabled());
+    }
+
+    // Clicking the name header sorts the list itself, in natural order.
+    void clickingTheNameHeaderSortsTheList() {
+        TempTree tree;
+        DocumentWindow* window = DocumentWindows::newUntitled();
+        auto* table = window->findChild<QTableView*>(QStringLiteral("tableView"));
+        window->document().addItemsOnThread({tree.file(QStringLiteral("s.10.png")),
+                                             tree.file(QStringLiteral("s.2.png")),
+                                             tree.file(QStringLiteral("s.1.png"))});
+        QTRY_COMPARE(table->model()->rowCount(), 3);
+        QCOMPARE(window->document().objectValue(MyDocument::Column::Filename, 0),
+                 QStringLiteral("s.10.png")); // as given, not sorted on arrival
+        QHeaderView* header = table->horizontalHeader();
+        QTest::mouseClick(header->viewport(), Qt::LeftButton, {},
+                          QPoint(header->sectionViewportPosition(0) + 5, header->height() / 2));
+        QStringList names;
+        for (int row = 0; row < 3; ++row)
+            names << window->document().objectValue(MyDocument::Column::Filename, row);
+        QCOMPARE(names, (QStringList{QStringLiteral("s.1.png"), QStringLiteral("s.2.png"),
+                                     QStringLiteral("s.10.png")}));
+        QVERIFY(window->isWindowModified());
     }
 
     // Add takes files and folders chosen together (a folder adds what is inside it).

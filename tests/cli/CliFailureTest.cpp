@@ -15,10 +15,7 @@ using namespace Qt::Literals::StringLiterals;
 
 namespace {
 CliResult cli(const QStringList& args) {
-    QProcess p;
-    p.start(QStringLiteral(SEQMATE_CLI_PATH), args);
-    p.closeWriteChannel();
-    return waitForCli(p, 60000);
+    return runCli(args);
 }
 
 // Runs the program through the shell with one more argument: DIR/ followed
@@ -138,3 +135,21 @@ TEST(CliFailures, JsonIsPrintedForEveryForm) {
     EXPECT_EQ(QJsonDocument::fromJson(gaps.out.toUtf8()).array(), QJsonArray({u"3-4"_s, u"6-9"_s}));
 }
 } // namespace
+
+// A new name that is no file name is flagged in the table and the JSON, and
+// the commit leaves that file where it is.
+TEST(CliFailures, NamesThatAreNoFileNamesAreFlaggedAndNotMoved) {
+    TempTree t;
+    t.file(u"d/a.txt"_s, "a");
+    const QStringList task{u"-t"_s, u"prefix"_s, u"-s"_s, u"prefix=../"_s, t(u"d"_s)};
+    const CliResult table = cli(task);
+    EXPECT_TRUE(table.out.contains(u"a.txt -> ../a.txt  [not a file name: it contains \"/\"]"_s))
+        << table.out.toStdString();
+    const CliResult json = cli(task + QStringList{u"--json"_s});
+    const QJsonObject row = QJsonDocument::fromJson(json.out.toUtf8()).array().at(0).toObject();
+    EXPECT_EQ(row[u"problem"_s].toString(), u"not a file name: it contains \"/\""_s);
+    const CliResult apply = cli(task + QStringList{u"--apply"_s, u"-y"_s});
+    EXPECT_EQ(apply.status, 1) << apply.err.toStdString();
+    EXPECT_EQ(t.list(u"d"_s), QStringList{u"a.txt"_s});
+    EXPECT_EQ(t.list(), QStringList{u"d"_s});
+}

@@ -11,10 +11,7 @@ using namespace Qt::Literals::StringLiterals;
 
 namespace {
 CliResult cli(const QStringList& args) {
-    QProcess p;
-    p.start(QStringLiteral(SEQMATE_CLI_PATH), args);
-    p.closeWriteChannel();
-    return waitForCli(p, 60000);
+    return runCli(args);
 }
 
 TempTree& frames(TempTree& t) {
