@@ -23,7 +23,7 @@ TaskArea::TaskArea(DocumentWindow& window, MyDocument& document, QComboBox* popU
     m_tokenField->setAccessibleName(QStringLiteral("Format"));
     ConformPanel* conform = m_clipView->conformPanel();
     conform->setTokenField(m_tokenField);
-    conform->tokenFieldSlot()->addWidget(new TokenMenuButton(m_tokenField), 0, Qt::AlignTop);
+    conform->setTokenMenuButton(new TokenMenuButton(m_tokenField));
 
     // activated, not currentIndexChanged: only the user's choice is an edit.
     connect(m_popUp, &QComboBox::activated, this, &TaskArea::userChoseTask);

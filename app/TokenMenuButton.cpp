@@ -3,6 +3,7 @@
 
 #include <QAction>
 #include <QMenu>
+#include <QStyle>
 
 TokenMenuButton::TokenMenuButton(TokenField* field, QWidget* parent)
     : QToolButton(parent), m_field(field) {
@@ -26,4 +27,8 @@ TokenMenuButton::TokenMenuButton(TokenField* field, QWidget* parent)
         m_field->setFocus(Qt::OtherFocusReason);
     });
     setMenu(menu);
+    // The style draws the menu arrow inside the text's box; room for it keeps
+    // the last letters readable.
+    setMinimumWidth(sizeHint().width() +
+                    style()->pixelMetric(QStyle::PM_MenuButtonIndicator, nullptr, this));
 }

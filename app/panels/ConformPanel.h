@@ -21,6 +21,9 @@ public:
     QHBoxLayout* tokenFieldSlot() const;
     // Puts the token field into the slot and makes it the label's buddy.
     void setTokenField(QWidget* field);
+    // The token menu's button, on a row of its own under the field: beside it,
+    // it would squeeze the field into one chip per line.
+    void setTokenMenuButton(QWidget* button);
 
 private:
     Ui::ConformPanel* m_ui;
