@@ -14,6 +14,7 @@
 #include <cstring>
 #include <fcntl.h>
 #include <initializer_list>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -148,6 +149,9 @@ bool RenameJournal::create(QString* error, const QString& undoes) {
     const int fd = ::open(QFile::encodeName(path).constData(),
                           O_WRONLY | O_CREAT | O_EXCL | O_APPEND | O_CLOEXEC, 0644);
     if (fd < 0) return fail(errno);
+    // Held until the journal is closed: another program's recovery must not
+    // take a live run for an interrupted one and undo it under its feet.
+    ::flock(fd, LOCK_EX | LOCK_NB);
     m_fd = fd;
     m_path = path;
     m_next = 1;
@@ -169,6 +173,14 @@ bool RenameJournal::create(QString* error, const QString& undoes) {
         ::close(dfd);
     }
     return true;
+}
+
+bool RenameJournal::inUse(const QString& path) {
+    const int fd = ::open(QFile::encodeName(path).constData(), O_RDONLY | O_CLOEXEC);
+    if (fd < 0) return false;
+    const bool locked = ::flock(fd, LOCK_SH | LOCK_NB) != 0 && errno == EWOULDBLOCK;
+    ::close(fd);
+    return locked;
 }
 
 bool RenameJournal::writeRecord(const QByteArray& line) {

@@ -111,6 +111,10 @@ public:
     static std::optional<Contents> read(const QString& path, QString* error = nullptr);
     // Every journal in folder(), oldest first.
     static QStringList list();
+    // Whether a running commit or undo still writes the journal: its writer
+    // holds a lock on it for as long as it runs, which the system drops when
+    // the writer ends, killed or not.
+    static bool inUse(const QString& path);
     // Marks a journal as undone by another.
     static bool appendUndone(const QString& path, const QString& undoJournal);
 
@@ -147,9 +151,9 @@ public:
         // undo's own journal would make the renames again).
         QString undoWith;
     };
-    // The journals that need a look: those without "complete" that were not
-    // undone (an interrupted undo only while its journal is not undone
-    // since), and complete ones that left a file under a temporary name.
+    // The journals that need a look (never one still in use): those without "complete" that were
+    // not undone (an interrupted undo only while its journal is not undone since), and complete
+    // ones that left a file under a temporary name.
     static QList<Interrupted> interrupted();
 
 private:

@@ -10,6 +10,11 @@
 #include <QHash>
 #include <QSet>
 
+#include <cerrno>
+#include <fcntl.h>
+#include <sys/file.h>
+#include <unistd.h>
+
 namespace {
 using Kind = RenameJournal::Kind;
 using Step = RenameJournal::Step;
@@ -73,6 +78,19 @@ QSet<std::pair<QString, QString>> movesOfEarlierUndos(const QString& path) {
 
 RenameJournal::UndoReport RenameJournal::undo(const QString& path, QString* error) {
     UndoReport report;
+    // The journal stays locked while it is undone, as a commit keeps its own:
+    // no recovery elsewhere takes it for interrupted, and no second undo runs.
+    struct Guard {
+        int fd;
+        ~Guard() {
+            if (fd >= 0) ::close(fd);
+        }
+    } guard{::open(QFile::encodeName(path).constData(), O_RDONLY | O_CLOEXEC)};
+    if (guard.fd >= 0 && ::flock(guard.fd, LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK) {
+        if (error)
+            *error = QStringLiteral("%1 is in use by a rename that is still running").arg(path);
+        return report;
+    }
     const auto contents = read(path, error);
     if (!contents) return report;
     if (!contents->undoneBy.isEmpty()) {
@@ -184,6 +202,7 @@ QList<RenameJournal::Interrupted> RenameJournal::interrupted() {
     QList<Contents> all;
     QHash<QString, qsizetype> byName;
     for (const QString& path : list()) {
+        if (inUse(path)) continue; // a run still going on is no interrupted one
         if (auto contents = read(path)) {
             byName.insert(journalName(path), all.size());
             all.append(std::move(*contents));

@@ -142,28 +142,37 @@ TEST_F(RenameJournalTest, InterruptedCommitIsListedAndCanBeUndone) {
     const FileList f = batch({u"A"_s, u"B"_s, u"C"_s});
     for (const auto& i : f)
         propose(i, i->fileName().toLower());
-    RenameJournal j;
-    ASSERT_TRUE(j.create(nullptr));
-    // What copyFiles would have written for A, then for B up to the kill.
     const QString tmpA = tree(u"TMPA"_s), tmpB = tree(u"TMPB"_s);
-    j.done(j.begin(RenameJournal::Kind::Temp, tree(u"A"_s), tmpA, tree(u"a"_s)));
-    j.done(j.begin(RenameJournal::Kind::FromTemp, tmpA, tree(u"a"_s)));
-    j.done(j.begin(RenameJournal::Kind::Temp, tree(u"B"_s), tmpB, tree(u"b"_s)));
-    j.begin(RenameJournal::Kind::FromTemp, tmpB, tree(u"b"_s));
-    ASSERT_TRUE(QFile::rename(tree(u"A"_s), tree(u"a"_s)));
-    ASSERT_TRUE(QFile::rename(tree(u"B"_s), tmpB));
+    QString path, error;
+    {
+        RenameJournal j;
+        ASSERT_TRUE(j.create(nullptr));
+        path = j.path();
+        // What copyFiles would have written for A, then for B up to the kill.
+        j.done(j.begin(RenameJournal::Kind::Temp, tree(u"A"_s), tmpA, tree(u"a"_s)));
+        j.done(j.begin(RenameJournal::Kind::FromTemp, tmpA, tree(u"a"_s)));
+        j.done(j.begin(RenameJournal::Kind::Temp, tree(u"B"_s), tmpB, tree(u"b"_s)));
+        j.begin(RenameJournal::Kind::FromTemp, tmpB, tree(u"b"_s));
+        ASSERT_TRUE(QFile::rename(tree(u"A"_s), tree(u"a"_s)));
+        ASSERT_TRUE(QFile::rename(tree(u"B"_s), tmpB));
+        // While its run goes on, the journal is nobody else's to recover or undo.
+        EXPECT_TRUE(RenameJournal::interrupted().isEmpty());
+        EXPECT_TRUE(RenameJournal::undo(path, &error).undoJournal.isEmpty());
+        EXPECT_TRUE(error.contains(u"still running"_s)) << error.toStdString();
+        EXPECT_TRUE(tree.exists(u"a"_s));
+    } // the writer ends without "complete", as a killed one does
 
     const auto list = RenameJournal::interrupted();
     ASSERT_EQ(list.size(), 1);
-    EXPECT_EQ(list[0].contents.path, j.path());
+    EXPECT_EQ(list[0].contents.path, path);
     EXPECT_EQ(list[0].done, 3);
     EXPECT_EQ(list[0].pending, 1);
     EXPECT_EQ(list[0].temporaryFiles,
               QStringList{u"%1 (was %2, to become %3)"_s.arg(tmpB, tree(u"B"_s), tree(u"b"_s))});
     EXPECT_EQ(list[0].inProgress, QStringList{u"%1 -> %2 (not made)"_s.arg(tmpB, tree(u"b"_s))});
 
-    QString error;
-    const auto report = RenameJournal::undo(j.path(), &error);
+    error.clear();
+    const auto report = RenameJournal::undo(path, &error);
     EXPECT_TRUE(report.refused.isEmpty()) << report.refused.join(u'\n').toStdString();
     EXPECT_EQ(tree.list(), (QStringList{u"A"_s, u"B"_s, u"C"_s}));
     EXPECT_TRUE(RenameJournal::interrupted().isEmpty()); // undone: no longer listed
