@@ -4,7 +4,9 @@
 #include "QXException.h"
 
 #include <QThread>
+#include <QWaitCondition>
 #include <algorithm>
+#include <memory>
 
 PreviewPipeline::PreviewPipeline(MyDocument& doc) : m_doc(doc) {
     // More threads than cores only take turns (and each warms its own caches).
@@ -55,6 +57,30 @@ QList<QPair<int, int>> PreviewPipeline::batches(int count) {
     return out;
 }
 
+namespace {
+// The batches of one run still queued or running. Each run waits for its own
+// batches, never for the whole pool: with two runs at once (a keystroke
+// superseding a preview), QThreadPool::waitForDone's reset of the pool can
+// leave queued batches with no thread to run them, and both runs waiting.
+struct PendingBatches {
+    QMutex mutex;
+    QWaitCondition allDone;
+    int left = 0;
+};
+// Held by a batch's job: released when the job has run, or when a newer run
+// clears it from the queue unrun.
+struct BatchToken {
+    explicit BatchToken(std::shared_ptr<PendingBatches> p) : pending(std::move(p)) {}
+    BatchToken(const BatchToken&) = delete;
+    BatchToken& operator=(const BatchToken&) = delete;
+    std::shared_ptr<PendingBatches> pending;
+    ~BatchToken() {
+        QMutexLocker lock(&pending->mutex);
+        if (--pending->left == 0) pending->allDone.wakeAll();
+    }
+};
+} // namespace
+
 void PreviewPipeline::run() {
     if (m_doc.fileCount() == 0) {
         QMutexLocker lock(&m_failureMutex);
@@ -82,6 +108,7 @@ void PreviewPipeline::run() {
         QMutexLocker lock(&m_failureMutex);
         taskRun.emplace(m_matchBudget, m_clock);
     }
+    const auto pending = std::make_shared<PendingBatches>();
     for (qsizetype i = 0; previewable && i < bounds.size(); ++i) {
         if (tag == 7 && i > 0) {
             // Each renumbering batch continues where the previous one ends.
@@ -91,13 +118,22 @@ void PreviewPipeline::run() {
         }
         const QVariantMap batchSettings = settings; // the settings as they are now
         const FileList batch = items.mid(bounds[i].first, bounds[i].second);
-        m_pool.start([this, generation, tag, batchSettings, batch, &failed, &taskRun] {
+        {
+            QMutexLocker lock(&pending->mutex);
+            ++pending->left;
+        }
+        auto token = std::make_shared<BatchToken>(pending);
+        m_pool.start([this, generation, tag, batchSettings, batch, &failed, &taskRun, token] {
             if (m_generation.load() != generation) return; // cancelled while queued
             const TaskRun::Scope scope(&*taskRun);
             if (!m_doc.runPreviewTask(tag, batchSettings, batch)) failed = true;
         });
     }
-    m_pool.waitForDone();
+    {
+        QMutexLocker lock(&pending->mutex);
+        while (pending->left > 0)
+            pending->allDone.wait(&pending->mutex);
+    }
     {
         QMutexLocker lock(&m_completeMutex);
         const bool current = m_generation.load() == generation;
