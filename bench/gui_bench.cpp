@@ -5,6 +5,7 @@
 // seen by a 5 ms heartbeat, the time to paint each page while scrolling top to
 // bottom, and the heap per item beyond the engine's own.
 #include "BenchWindow.h"
+#include "Heartbeat.h"
 #include "QXLog.h"
 
 #include <QApplication>
@@ -88,32 +89,6 @@ double runCli(const QString& path) {
     }
     return ms;
 }
-
-// The longest gap between ticks of a 5 ms timer on the main thread.
-class Heartbeat {
-public:
-    Heartbeat() {
-        m_timer.setTimerType(Qt::PreciseTimer);
-        m_timer.setInterval(5);
-        QObject::connect(&m_timer, &QTimer::timeout, [this] {
-            const qint64 now = m_clock.nsecsElapsed();
-            m_longest = std::max(m_longest, now - m_last);
-            m_last = now;
-        });
-    }
-    void start() {
-        m_clock.start();
-        m_last = 0;
-        m_longest = 0;
-        m_timer.start();
-    }
-    double longestMs() const { return double(m_longest) / 1e6; }
-
-private:
-    QTimer m_timer;
-    QElapsedTimer m_clock;
-    qint64 m_last = 0, m_longest = 0;
-};
 
 void waitUntil(const char* what, const std::function<bool()>& done) {
     QElapsedTimer clock;

@@ -4,6 +4,7 @@
 // answering while five characters are typed in a row.
 #include "DocumentWindow.h"
 #include "DocumentWindows.h"
+#include "Heartbeat.h"
 #include "MyDocument.h"
 #include "QXLog.h"
 #include "QXWindowController.h"
@@ -57,35 +58,6 @@ bool previewShown(DocumentWindow* window, const QString& expected) {
     return !busy->isVisible() && lastPreview(window) == expected;
 }
 
-// The longest gap between two ticks of a 1 ms timer: how long the main
-// thread went without answering.
-class StallMeter : public QObject {
-public:
-    StallMeter() {
-        m_timer.setInterval(1);
-        connect(&m_timer, &QTimer::timeout, this, [this] {
-            const qint64 now = m_clock.nsecsElapsed();
-            m_longest = std::max(m_longest, now - m_last);
-            m_last = now;
-        });
-    }
-    void start() {
-        m_clock.start();
-        m_last = 0;
-        m_longest = 0;
-        m_timer.start();
-    }
-    double stop() {
-        m_timer.stop();
-        return static_cast<double>(m_longest) / 1e6;
-    }
-
-private:
-    QTimer m_timer;
-    QElapsedTimer m_clock;
-    qint64 m_last = 0;
-    qint64 m_longest = 0;
-};
 // A folder of count empty files, named as a shot's frames.
 QStringList makeFrames(const QString& folder, int count) {
     QDir().mkpath(folder);
@@ -141,7 +113,7 @@ double renameFromWindow(const QString& folder, int count, double* stall) {
     (void)QTest::qWaitFor([&] { return previewShown(window, expected); }, 60000);
 
     SheetAnswerer answerer;
-    StallMeter meter;
+    Heartbeat meter(1);
     QElapsedTimer t;
     t.start();
     meter.start();
@@ -203,7 +175,7 @@ int main(int argc, char** argv) {
 
     // One keystroke at a time, each until the last row shows it.
     std::vector<double> keystroke;
-    StallMeter meter;
+    Heartbeat meter(1);
     std::vector<double> stalls;
     for (int i = 0; i < 7; ++i) {
         field->clear();

@@ -48,6 +48,11 @@ bool canShowWindow(int argc, char** argv) {
            qEnvironmentVariableIsSet("WAYLAND_DISPLAY");
 }
 
+QString usage() {
+    return QStringLiteral(
+        "Usage: seqmate-bugreporter [--save FILE] [--copy FOLDER] [--no-window] REPORT");
+}
+
 int showWindow(int argc, char** argv) {
     QApplication app(argc, argv);
     QApplication::setApplicationName(QStringLiteral("seqmate-bugreporter"));
@@ -56,8 +61,7 @@ int showWindow(int argc, char** argv) {
     parser.process(app);
     const QStringList reports = parser.positionalArguments();
     if (reports.size() != 1) {
-        err(QStringLiteral(
-            "Usage: seqmate-bugreporter [--save FILE] [--copy FOLDER] [--no-window] REPORT"));
+        err(usage());
         return 2;
     }
     BugReportWindow window(reports.first());
@@ -92,8 +96,7 @@ int main(int argc, char** argv) {
 
     const QStringList reports = parser.positionalArguments();
     if (reports.size() != 1) {
-        err(QStringLiteral(
-            "Usage: seqmate-bugreporter [--save FILE] [--copy FOLDER] [--no-window] REPORT"));
+        err(usage());
         return 2;
     }
     const QString report = reports.first();
