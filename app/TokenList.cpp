@@ -280,35 +280,17 @@ bool TokenList::insertObjects(const QVariantList& objects) {
 
 QVariantList TokenList::selectedObjects() const {
     QVariantList out;
-    const int from = selectionStart();
-    const int to = selectionEnd();
-    int start = 0;
-    for (qsizetype i = 0; i < m_elements.size() && start < to; ++i) {
-        const int end = start + unitLength(i);
-        const int a = std::max(from, start);
-        const int b = std::min(to, end);
-        if (a < b) {
-            const Element& e = m_elements.at(i);
-            appendObject(out, e.text ? Element{e.value.toString().mid(a - start, b - a), true} : e);
-        }
-        start = end;
-    }
+    forEachInRange(selectionStart(), selectionEnd(), [&](const Element& e, int a, int b) {
+        appendObject(out, e.text ? Element{e.value.toString().mid(a, b - a), true} : e);
+    });
     return out;
 }
 
 QString TokenList::displayText(int from, int to) const {
     QString out;
-    int start = 0;
-    for (qsizetype i = 0; i < m_elements.size() && start < to; ++i) {
-        const int end = start + unitLength(i);
-        const int a = std::max(from, start);
-        const int b = std::min(to, end);
-        if (a < b) {
-            const Element& e = m_elements.at(i);
-            out += e.text ? e.value.toString().mid(a - start, b - a) : displayString(e.value);
-        }
-        start = end;
-    }
+    forEachInRange(from, to, [&](const Element& e, int a, int b) {
+        out += e.text ? e.value.toString().mid(a, b - a) : displayString(e.value);
+    });
     return out;
 }
 

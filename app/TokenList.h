@@ -70,6 +70,18 @@ private:
         bool text = true;
     };
     static void appendObject(QVariantList& out, const Element& e);
+    // Calls visit(element, cutFrom, cutTo) for each element overlapping the
+    // units [from, to), with the cut in the element's own units.
+    template <class Visit> void forEachInRange(int from, int to, Visit visit) const {
+        int start = 0;
+        for (qsizetype i = 0; i < m_elements.size() && start < to; ++i) {
+            const int end = start + unitLength(i);
+            const int a = std::max(from, start);
+            const int b = std::min(to, end);
+            if (a < b) visit(m_elements.at(i), a - start, b - start);
+            start = end;
+        }
+    }
     // The element holding the unit at pos (pos < its end), or -1.
     qsizetype elementAt(int pos) const;
     void removeRange(int from, int to);

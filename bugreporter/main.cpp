@@ -53,18 +53,23 @@ QString usage() {
         "Usage: seqmate-bugreporter [--save FILE] [--copy FOLDER] [--no-window] REPORT");
 }
 
+// The one report the command line names; "" (after the usage line) otherwise.
+QString onlyReport(const QCommandLineParser& parser) {
+    const QStringList reports = parser.positionalArguments();
+    if (reports.size() == 1 && !reports.first().isEmpty()) return reports.first();
+    err(usage());
+    return QString();
+}
+
 int showWindow(int argc, char** argv) {
     QApplication app(argc, argv);
     QApplication::setApplicationName(QStringLiteral("seqmate-bugreporter"));
     QCommandLineParser parser;
     parser.addPositionalArgument(QStringLiteral("report"), QStringLiteral("The crash report."));
     parser.process(app);
-    const QStringList reports = parser.positionalArguments();
-    if (reports.size() != 1) {
-        err(usage());
-        return 2;
-    }
-    BugReportWindow window(reports.first());
+    const QString report = onlyReport(parser);
+    if (report.isEmpty()) return 2;
+    BugReportWindow window(report);
     window.show();
     const int status = app.exec();
     return window.hasReport() ? status : 1;
@@ -94,12 +99,8 @@ int main(int argc, char** argv) {
     parser.addPositionalArgument(QStringLiteral("report"), QStringLiteral("The crash report."));
     parser.process(app);
 
-    const QStringList reports = parser.positionalArguments();
-    if (reports.size() != 1) {
-        err(usage());
-        return 2;
-    }
-    const QString report = reports.first();
+    const QString report = onlyReport(parser);
+    if (report.isEmpty()) return 2;
     QFile file(report);
     if (!file.open(QIODevice::ReadOnly)) {
         err(QStringLiteral("Unable to read crash report %1: %2").arg(report, file.errorString()));
