@@ -6,11 +6,13 @@
 namespace {
 QMutex overrideMutex;
 std::optional<int> conflictActionOverride;
+std::optional<int> commitJobsOverride;
 
 QSettings userDefaults() {
     return QSettings(QStringLiteral("Corvane"), QStringLiteral("Seqmate"));
 }
 const QString conflictActionKey = QStringLiteral("conflictAction");
+const QString commitJobsKey = QStringLiteral("commitJobs");
 } // namespace
 
 int Preferences::conflictAction() {
@@ -32,4 +34,23 @@ void Preferences::setConflictAction(int value) {
 void Preferences::setConflictActionOverride(std::optional<int> value) {
     QMutexLocker lock(&overrideMutex);
     conflictActionOverride = value;
+}
+
+int Preferences::commitJobs() {
+    {
+        QMutexLocker lock(&overrideMutex);
+        if (commitJobsOverride) return *commitJobsOverride;
+    }
+    bool ok = false;
+    const int jobs = userDefaults().value(commitJobsKey, kDefaultCommitJobs).toInt(&ok);
+    return ok && jobs >= 1 ? jobs : kDefaultCommitJobs;
+}
+
+void Preferences::setCommitJobs(int value) {
+    userDefaults().setValue(commitJobsKey, value);
+}
+
+void Preferences::setCommitJobsOverride(std::optional<int> value) {
+    QMutexLocker lock(&overrideMutex);
+    commitJobsOverride = value;
 }

@@ -15,4 +15,13 @@ void setConflictAction(int value);
 bool showFullSourcePaths();
 // For one run (the command line's --conflict-action); nullopt removes it.
 void setConflictActionOverride(std::optional<int> value);
+
+// How many moves the commit keeps in flight at once ("commitJobs", default
+// kDefaultCommitJobs); 1 moves one file after another. A stored value below 1
+// or not a number reads as the default.
+constexpr int kDefaultCommitJobs = 16;
+int commitJobs();
+void setCommitJobs(int value);
+// For one run (the command line's --jobs); nullopt removes it.
+void setCommitJobsOverride(std::optional<int> value);
 } // namespace Preferences
