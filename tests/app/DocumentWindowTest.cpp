@@ -1,75 +1,75 @@
-// Document windows: titles, opening and saving batches, the save prompt,
-// enabled states, accessible names, and the bridge's waits.
+// Document windows: titles, opening and saving batches, the save prompt, the
+// list and its buttons, accessible names, and the bridge's waits.
 #include "DocumentWindow.h"
 #include "AppTest.h"
 #include "DocumentViewBridge.h"
-#include "DocumentWindows.h"
-#include "MyDocument.h"
 #include "ProgressSheet.h"
 #include "QXLog.h"
-#include "QXWindowController.h"
 #include "Sheets.h"
+#include "TaskArea.h"
 #include "TempTree.h"
+#include "TokenField.h"
+#include "WindowActions.h"
 
 #include <QAccessible>
 #include <QDialogButtonBox>
 #include <QFileDialog>
 #include <QFileSystemModel>
 #include <QHeaderView>
-#include <QPushButton>
 #include <QSignalSpy>
 #include <QTableView>
 
 #include <atomic>
 #include <thread>
 
+using namespace Qt::StringLiterals;
+
 class DocumentWindowTest : public QObject {
     Q_OBJECT
 private slots:
     void initTestCase() { QXLog::createNewLog(); }
-    void cleanup() {
-        // Nothing is left open for the next test.
-        for (DocumentWindow* window : DocumentWindows::all()) {
-            window->controller().setDocumentEdited(false);
-            delete window;
-        }
-    }
+    void cleanup() { closeAllWindows(); }
 
     void untitledWindowsAreNumberedFromTheLowestFree() {
         DocumentWindow* first = DocumentWindows::newUntitled();
         DocumentWindow* second = DocumentWindows::newUntitled();
-        QCOMPARE(first->windowTitle(), QStringLiteral("Untitled Batch[*]"));
-        QCOMPARE(second->windowTitle(), QStringLiteral("Untitled Batch 2[*]"));
+        QCOMPARE(first->windowTitle(), u"Untitled Batch[*]"_s);
+        QCOMPARE(second->windowTitle(), u"Untitled Batch 2[*]"_s);
         QVERIFY(first->close()); // nothing to save: closes at once
         QTRY_COMPARE(DocumentWindows::all().size(), 1);
-        QCOMPARE(DocumentWindows::newUntitled()->windowTitle(),
-                 QStringLiteral("Untitled Batch[*]"));
-        QCOMPARE(DocumentWindows::newUntitled()->windowTitle(),
-                 QStringLiteral("Untitled Batch 3[*]"));
+        QCOMPARE(DocumentWindows::newUntitled()->windowTitle(), u"Untitled Batch[*]"_s);
+        QCOMPARE(DocumentWindows::newUntitled()->windowTitle(), u"Untitled Batch 3[*]"_s);
     }
 
-    void aSavedBatchIsTitledByItsFileAndReopens() {
+    // Saved, a batch is titled by its file; reopened, it shows its files, task
+    // and fields, with nothing to save.
+    void aSavedBatchIsTitledByItsFileAndReopensOnItsTask() {
         TempTree tree;
-        const QStringList files = {tree.file(QStringLiteral("a.0001.exr")),
-                                   tree.file(QStringLiteral("a.0002.exr"))};
-        DocumentWindow* window = DocumentWindows::newUntitled();
-        window->document().addItemsOnThread(files);
+        DocumentWindow* window =
+            windowWith({tree.file(u"s.0001.exr"_s), tree.file(u"s.0002.exr"_s)});
         QVERIFY(window->isWindowModified()); // rows came in
-        QVERIFY(window->controller().writeTo(tree(QStringLiteral("Shots.sqb"))));
-        QCOMPARE(window->windowTitle(), QStringLiteral("Shots.sqb[*]"));
+        choose(window, 13);
+        type(window, u"suffixField=_v2;suffixAddBeforeFrameCheck"_s);
+        const QString batch = tree(u"Shots.sqb"_s);
+        QVERIFY(window->controller().writeTo(batch));
+        QCOMPARE(window->windowTitle(), u"Shots.sqb[*]"_s);
         QVERIFY(!window->isWindowModified());
-
         QString error;
         // The window showing it comes forward instead of a second one.
-        QCOMPARE(DocumentWindows::openBatchFile(tree(QStringLiteral("Shots.sqb")), &error), window);
+        QCOMPARE(DocumentWindows::openBatchFile(batch, &error), window);
         delete window;
-        DocumentWindow* reopened =
-            DocumentWindows::openBatchFile(tree(QStringLiteral("Shots.sqb")), &error);
+
+        DocumentWindow* reopened = DocumentWindows::openBatchFile(batch, &error);
         QVERIFY2(reopened, qPrintable(error));
-        QCOMPARE(reopened->windowTitle(), QStringLiteral("Shots.sqb[*]"));
-        QCOMPARE(reopened->document().fileCount(), 2);
-        QVERIFY(!reopened->isWindowModified()); // as read, nothing to save
+        QCoreApplication::processEvents();
+        QCOMPARE(reopened->windowTitle(), u"Shots.sqb[*]"_s);
         QVERIFY(reopened->isVisible());
+        QCOMPARE(reopened->findChild<QComboBox*>(u"taskPopUp"_s)->currentText(), u"Add Suffix"_s);
+        QCOMPARE(reopened->findChild<QLineEdit*>(u"suffixField"_s)->text(), u"_v2"_s);
+        QVERIFY(reopened->findChild<QCheckBox*>(u"suffixAddBeforeFrameCheck"_s)->isChecked());
+        QCOMPARE(reopened->taskArea().tokenField()->tokens(), TokenField::defaultTokens());
+        QTRY_COMPARE(column(reopened, 1), (QStringList{u"s_v2.0001.exr"_s, u"s_v2.0002.exr"_s}));
+        QVERIFY(!reopened->isWindowModified());
     }
 
     void aBatchFileThatCannotBeReadOpensNoWindow_data() {
@@ -82,10 +82,9 @@ private slots:
     void aBatchFileThatCannotBeReadOpensNoWindow() {
         QFETCH(QString, name);
         TempTree tree;
-        tree.dir(QStringLiteral("folder.sqb"));
-        tree.file(QStringLiteral("notes.sqb"), "just some text\n");
-        tree.file(QStringLiteral("list.sqb"),
-                  "<?xml version=\"1.0\"?><plist version=\"1.0\"><array/></plist>");
+        tree.dir(u"folder.sqb"_s);
+        tree.file(u"notes.sqb"_s, "just some text\n");
+        tree.file(u"list.sqb"_s, "<?xml version=\"1.0\"?><plist version=\"1.0\"><array/></plist>");
         QString error;
         QCOMPARE(DocumentWindows::openBatchFile(tree(name), &error), nullptr);
         QVERIFY(error.contains(tree(name)));
@@ -105,98 +104,90 @@ private slots:
         QFETCH(bool, closes);
         QFETCH(bool, written);
         TempTree tree;
-        const QString batch = tree(QStringLiteral("Edit.sqb"));
+        const QString batch = tree(u"Edit.sqb"_s);
         QPointer<DocumentWindow> window = DocumentWindows::newUntitled();
         QVERIFY(window->controller().writeTo(batch));
         QFile::remove(batch);
-        window->document().addItemsOnThread({tree.file(QStringLiteral("b.txt"))});
+        window->document().addItemsOnThread({tree.file(u"b.txt"_s)});
         window->documentEdited();
         QSignalSpy cancelled(window.data(), &DocumentWindow::closeCancelled);
 
         window->close();
         QMessageBox* prompt = waitForSheet();
         QVERIFY(prompt && window);
-        QVERIFY(prompt->text().contains(QStringLiteral("Edit.sqb")));
+        QVERIFY(prompt->text().contains(u"Edit.sqb"_s));
         sheetButton(prompt, answer)->click();
         QTRY_VERIFY(closes ? window.isNull() : cancelled.count() == 1);
         QCOMPARE(QFile::exists(batch), written);
         if (!closes) QVERIFY(window->isWindowModified());
     }
 
-    void listButtonsFollowTheListAndTheSelection() {
+    // The buttons follow the list and its selection; a click on the name header
+    // sorts the list itself, in natural order; Delete removes the selected rows.
+    void theListItsButtonsAndItsHeader() {
         TempTree tree;
         DocumentWindow* window = DocumentWindows::newUntitled();
-        auto* remove = window->findChild<QPushButton*>(QStringLiteral("removeBtn"));
-        auto* rename = window->findChild<QPushButton*>(QStringLiteral("renameBtn"));
-        auto* table = window->findChild<QTableView*>(QStringLiteral("tableView"));
-        QVERIFY(remove && rename && table);
-        QVERIFY(!remove->isEnabled() && !rename->isEnabled());
+        auto* remove = window->findChild<QPushButton*>(u"removeBtn"_s);
+        auto* table = window->findChild<QTableView*>(u"tableView"_s);
+        QVERIFY(remove && table);
+        QVERIFY(!remove->isEnabled() && !renameButton(window)->isEnabled());
 
-        window->document().addItemsOnThread({tree.file(QStringLiteral("x.1.png")),
-                                             tree.file(QStringLiteral("x.2.png")),
-                                             tree.file(QStringLiteral("x.3.png"))});
+        window->document().addItemsOnThread(
+            {tree.file(u"s.10.png"_s), tree.file(u"s.2.png"_s), tree.file(u"s.1.png"_s)});
         QTRY_COMPARE(table->model()->rowCount(), 3);
-        QVERIFY(rename->isEnabled());
-        QVERIFY(!remove->isEnabled());
+        QVERIFY(renameButton(window)->isEnabled() && !remove->isEnabled());
+        QHeaderView* header = table->horizontalHeader();
+        const auto namesAfterClickOn = [&](int section) {
+            QTest::mouseClick(header->viewport(), Qt::LeftButton, {},
+                              {header->sectionViewportPosition(section) + 5, header->height() / 2});
+            QStringList names;
+            for (int row = 0; row < 3; ++row)
+                names << window->document().objectValue(MyDocument::Column::Filename, row);
+            return names.join(u' ');
+        };
+        window->controller().setDocumentEdited(false);
+        // As given, not sorted on arrival, nor by the new names.
+        QCOMPARE(namesAfterClickOn(1), u"s.10.png s.2.png s.1.png"_s);
+        QVERIFY(!window->isWindowModified());
+        QCOMPARE(namesAfterClickOn(0), u"s.1.png s.2.png s.10.png"_s);
+        QVERIFY(window->isWindowModified());
 
         table->selectRow(1);
         QVERIFY(remove->isEnabled());
         QApplication::setActiveWindow(window);
         table->setFocus();
+        window->controller().setDocumentEdited(false);
         QTest::keyClick(table, Qt::Key_Delete);
         QCOMPARE(window->document().fileCount(), 2);
-        QCOMPARE(table->model()->rowCount(), 2);
+        QCOMPARE(column(window, 0), (QStringList{u"s.1.png"_s, u"s.10.png"_s}));
         QVERIFY(!remove->isEnabled());
         QVERIFY(window->isWindowModified());
-
         table->selectAll();
         remove->click();
         QCOMPARE(window->document().fileCount(), 0);
-        QVERIFY(!rename->isEnabled());
-    }
-
-    // Clicking the name header sorts the list itself, in natural order.
-    void clickingTheNameHeaderSortsTheList() {
-        TempTree tree;
-        DocumentWindow* window = DocumentWindows::newUntitled();
-        auto* table = window->findChild<QTableView*>(QStringLiteral("tableView"));
-        window->document().addItemsOnThread({tree.file(QStringLiteral("s.10.png")),
-                                             tree.file(QStringLiteral("s.2.png")),
-                                             tree.file(QStringLiteral("s.1.png"))});
-        QTRY_COMPARE(table->model()->rowCount(), 3);
-        QCOMPARE(window->document().objectValue(MyDocument::Column::Filename, 0),
-                 QStringLiteral("s.10.png")); // as given, not sorted on arrival
-        QHeaderView* header = table->horizontalHeader();
-        QTest::mouseClick(header->viewport(), Qt::LeftButton, {},
-                          QPoint(header->sectionViewportPosition(0) + 5, header->height() / 2));
-        QStringList names;
-        for (int row = 0; row < 3; ++row)
-            names << window->document().objectValue(MyDocument::Column::Filename, row);
-        QCOMPARE(names, (QStringList{QStringLiteral("s.1.png"), QStringLiteral("s.2.png"),
-                                     QStringLiteral("s.10.png")}));
-        QVERIFY(window->isWindowModified());
+        QVERIFY(!renameButton(window)->isEnabled());
     }
 
     // Add takes files and folders chosen together (a folder adds what is inside it).
     void addPanelTakesFilesAndFoldersTogether() {
         TempTree tree;
-        tree.file(QStringLiteral("one.txt"));
-        tree.file(QStringLiteral("shots/s.1.exr"));
-        tree.file(QStringLiteral("shots/s.2.exr"));
-        tree.file(QStringLiteral("other.txt"));
+        tree.file(u"one.txt"_s);
+        tree.file(u"shots/s.1.exr"_s);
+        tree.file(u"shots/s.2.exr"_s);
+        tree.file(u"other.txt"_s);
         DocumentWindow* window = DocumentWindows::newUntitled();
-        window->findChild<QPushButton*>(QStringLiteral("addBtn"))->click();
-        auto* panel = window->findChild<QFileDialog*>(QStringLiteral("addItemsPanel"));
+        window->findChild<QPushButton*>(u"addBtn"_s)->click();
+        auto* panel = window->findChild<QFileDialog*>(u"addItemsPanel"_s);
         QVERIFY(panel && panel->isVisible());
         auto* model = panel->findChild<QFileSystemModel*>();
         QSignalSpy loaded(model, &QFileSystemModel::directoryLoaded);
         panel->setDirectory(tree.path());
         QVERIFY(loaded.wait());
-        auto* view = panel->findChild<QAbstractItemView*>(QStringLiteral("treeView"));
+        auto* view = panel->findChild<QAbstractItemView*>(u"treeView"_s);
         // The model may still be sorting and filling in file details: select
         // until both stay selected, and press Add in the same turn.
         auto selectBoth = [&] {
-            for (const QString& name : {QStringLiteral("one.txt"), QStringLiteral("shots")})
+            for (const QString& name : {u"one.txt"_s, u"shots"_s})
                 view->selectionModel()->select(model->index(tree(name)),
                                                QItemSelectionModel::Select |
                                                    QItemSelectionModel::Rows);
@@ -206,54 +197,15 @@ private slots:
         auto* box = panel->findChild<QDialogButtonBox*>();
         box->button(QDialogButtonBox::Open)->click();
         QTRY_COMPARE(window->document().fileCount(), 3);
-        QVERIFY(!window->document().fileInQueue(tree(QStringLiteral("other.txt"))));
-    }
-
-    void renameWithNothingToChangeSaysSo() {
-        TempTree tree;
-        DocumentWindow* window = DocumentWindows::newUntitled();
-        window->document().addItemsOnThread({tree.file(QStringLiteral("same.txt"))});
-        // The preview, shown: the new name equals the old one.
-        auto* table = window->findChild<QTableView*>(QStringLiteral("tableView"));
-        QTRY_COMPARE(table->model()->index(0, 1).data().toString(), QStringLiteral("same.txt"));
-        answerNextSheet(QStringLiteral("OK"));
-        window->findChild<QPushButton*>(QStringLiteral("renameBtn"))->click();
-        QVERIFY(!QApplication::activeModalWidget());
-        QVERIFY(tree.exists(QStringLiteral("same.txt")));
-    }
-
-    // The whole road: confirmation on the main thread, the commit on its own
-    // thread, and its summary sheet asked for from there.
-    void renameCommitsAfterConfirmationAndReports() {
-        TempTree tree;
-        DocumentWindow* window = DocumentWindows::newUntitled();
-        window->document().addItemsOnThread(
-            {tree.file(QStringLiteral("a.1.EXR")), tree.file(QStringLiteral("a.2.EXR"))});
-        window->document().changeTask(22); // lower-case extensions
-        auto* table = window->findChild<QTableView*>(QStringLiteral("tableView"));
-        QTRY_COMPARE(table->model()->index(1, 1).data().toString(), QStringLiteral("a.2.exr"));
-
-        answerNextSheet(QStringLiteral("Rename"));
-        window->findChild<QPushButton*>(QStringLiteral("renameBtn"))->click();
-        QMessageBox* summary = waitForSheet();
-        QVERIFY(summary);
-        QCOMPARE(summary->text(), QStringLiteral("Rename complete"));
-        QCOMPARE(summary->informativeText(), QStringLiteral("2 files renamed."));
-        sheetButton(summary, QStringLiteral("OK"))->click();
-        QCOMPARE(tree.list(), (QStringList{QStringLiteral("a.1.exr"), QStringLiteral("a.2.exr")}));
-        QTRY_VERIFY(!window->bridge().commitRunning());
-        QVERIFY(window->findChild<QPushButton*>(QStringLiteral("renameBtn"))->isEnabled());
+        QVERIFY(!window->document().fileInQueue(tree(u"other.txt"_s)));
     }
 
     void controlsCarryTheirAccessibleNames() {
         DocumentWindow* window = DocumentWindows::newUntitled();
         const QList<QPair<QString, QString>> expected = {
-            {QStringLiteral("tableView"), QStringLiteral("Files")},
-            {QStringLiteral("addBtn"), QStringLiteral("Add")},
-            {QStringLiteral("addFoldersBtn"), QStringLiteral("Add Folders")},
-            {QStringLiteral("removeBtn"), QStringLiteral("Remove")},
-            {QStringLiteral("renameBtn"), QStringLiteral("Rename")},
-            {QStringLiteral("settingsView"), QStringLiteral("Settings")},
+            {u"tableView"_s, u"Files"_s},           {u"addBtn"_s, u"Add"_s},
+            {u"addFoldersBtn"_s, u"Add Folders"_s}, {u"removeBtn"_s, u"Remove"_s},
+            {u"renameBtn"_s, u"Rename"_s},          {u"settingsView"_s, u"Settings"_s},
         };
         for (const auto& [object, name] : expected) {
             auto* widget = window->findChild<QWidget*>(object);
@@ -263,8 +215,7 @@ private slots:
             QCOMPARE(accessible->text(QAccessible::Name), name);
         }
         // A filled pop-up reads out its choice; the label still names it.
-        QCOMPARE(window->findChild<QWidget*>(QStringLiteral("taskPopUp"))->accessibleName(),
-                 QStringLiteral("Task"));
+        QCOMPARE(window->findChild<QWidget*>(u"taskPopUp"_s)->accessibleName(), u"Task"_s);
     }
 
     // An engine thread waiting for the main thread must not hold up a main
@@ -293,9 +244,9 @@ private slots:
             bridge->startProgress(10);
             for (int i = 0; i < 4; ++i)
                 bridge->incrementProgress();
-            answer = bridge->alert({QStringLiteral("Some files could not be renamed"),
-                                    QStringLiteral("a.txt"), QString(), QString(), QString(),
-                                    AlertRequest::Parent::ProgressSheet, true});
+            answer =
+                bridge->alert({u"Some files could not be renamed"_s, u"a.txt"_s, QString(),
+                               QString(), QString(), AlertRequest::Parent::ProgressSheet, true});
             cancelledSeen = doc->processingCancelled();
             bridge->endProgress();
         });
@@ -303,11 +254,11 @@ private slots:
         QVERIFY(sheet);
         QVERIFY(qobject_cast<ProgressSheet*>(sheet->parentWidget()));
         QTRY_COMPARE(window->bridge().progressSheet()->shownValue(), 4);
-        QVERIFY(!window->findChild<QPushButton*>(QStringLiteral("renameBtn"))->isEnabled());
+        QVERIFY(!renameButton(window)->isEnabled());
 
         window->close();
-        QVERIFY(window);                               // not before the commit has ended
-        answerNextSheet(QStringLiteral("Don’t Save")); // the renamed batch is worth saving
+        QVERIFY(window);                  // not before the commit has ended
+        answerNextSheet(u"Don’t Save"_s); // the renamed batch is worth saving
         QTRY_VERIFY(window.isNull());
         commit.join();
         QCOMPARE(answer.load(), 0);

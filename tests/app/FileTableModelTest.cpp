@@ -208,15 +208,6 @@ private slots:
         }
         QCOMPARE(column(*model, 0), u"a b"_s);
     }
-
-    void headerSortOrdersTheListNaturally() {
-        add({u"/x/shot.10.exr"_s, u"/x/shot.2.exr"_s, u"/x/shot.1.exr"_s});
-        model->sort(FileTableModel::PreviewColumn); // only the name column sorts
-        QCOMPARE(column(*model, 0), u"shot.10.exr shot.2.exr shot.1.exr"_s);
-        model->sort(FileTableModel::FilenameColumn);
-        QCOMPARE(column(*model, 0), u"shot.1.exr shot.2.exr shot.10.exr"_s);
-        QCOMPARE(doc->itemAt(2)->fileName(), u"shot.10.exr"_s); // the list itself
-    }
 };
 
 SEQMATE_APP_TEST_MAIN(FileTableModelTest)

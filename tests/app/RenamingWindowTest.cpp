@@ -1,79 +1,28 @@
 // The window's main path: a task chosen from the pop-up, its panel, the
-// previews that follow each keystroke, the commit and its sheets, batch files
-// that carry the task, the preferences, and interrupted renames at launch.
+// previews that follow each keystroke, the commit and its sheets, the
+// preferences, and interrupted renames at launch.
 #include "AppTest.h"
 #include "DocumentViewBridge.h"
-#include "DocumentWindow.h"
-#include "DocumentWindows.h"
 #include "FileMover.h"
 #include "InterruptedRenames.h"
-#include "MyDocument.h"
 #include "ProgressSheet.h"
 #include "QXClipView.h"
 #include "QXLog.h"
-#include "QXWindowController.h"
 #include "Sheets.h"
 #include "TaskArea.h"
 #include "TempTree.h"
 #include "TokenField.h"
+#include "WindowActions.h"
 #include "panels/BlankPanel.h"
 #include "panels/FindReplacePanel.h"
 
-#include <QCheckBox>
-#include <QComboBox>
-#include <QLineEdit>
 #include <QProcess>
-#include <QPushButton>
 #include <QSignalSpy>
 
 #include <chrono>
 #include <thread>
 
-namespace {
-QStringList column(DocumentWindow* window, int column) {
-    QAbstractItemModel* model = window->tableModel();
-    QStringList out;
-    for (int row = 0; row < model->rowCount(); ++row)
-        out << model->index(row, column).data().toString();
-    return out;
-}
-
-// A window over these files, with the previews of its first task shown.
-DocumentWindow* windowWith(const QStringList& files) {
-    DocumentWindow* window = DocumentWindows::newUntitled();
-    window->document().addItemsOnThread(files);
-    // Never waitForPreviews here: a preview ends by waiting for this thread.
-    (void)QTest::qWaitFor([&] { return column(window, 1) == column(window, 0); });
-    return window;
-}
-
-// As the user does it: the pop-up's item, then keystrokes in the fields.
-void choose(DocumentWindow* window, int tag) {
-    auto* popUp = window->findChild<QComboBox*>(QStringLiteral("taskPopUp"));
-    const int index = popUp->findData(tag);
-    QVERIFY(index >= 0);
-    popUp->setCurrentIndex(index);
-    emit popUp->activated(index);
-}
-
-void type(DocumentWindow* window, const QString& fields) {
-    for (const QString& entry : fields.split(u';', Qt::SkipEmptyParts)) {
-        const QString outlet = entry.section(u'=', 0, 0);
-        if (auto* check = window->findChild<QCheckBox*>(outlet)) {
-            check->click();
-            continue;
-        }
-        auto* field = window->findChild<QLineEdit*>(outlet);
-        QVERIFY2(field, qPrintable(outlet));
-        field->clear();
-        QTest::keyClicks(field, entry.section(u'=', 1));
-    }
-}
-
-QPushButton* renameButton(DocumentWindow* window) {
-    return window->findChild<QPushButton*>(QStringLiteral("renameBtn"));
-}
-} // namespace
+using namespace Qt::StringLiterals;
 
 class RenamingWindowTest : public QObject {
     Q_OBJECT
@@ -81,13 +30,9 @@ private slots:
     void initTestCase() { QXLog::createNewLog(); }
     void cleanup() {
         FileMover::setFaultHook({});
-        for (DocumentWindow* window : DocumentWindows::all()) {
-            window->controller().setDocumentEdited(false);
-            delete window;
-        }
+        closeAllWindows();
     }
 
-    // Fields as "outlet=text;..." (a check box outlet alone is clicked).
     void eachTaskShowsItsPanelAndChangesThePreviews_data() {
         QTest::addColumn<int>("tag");
         QTest::addColumn<QString>("panel");
@@ -109,10 +54,10 @@ private slots:
             {26, "ReplaceCharsInRange",
              "replaceRangeStartPosition=0;replaceRangeEndPosition=3;replaceRangeText=take"}};
         for (const auto& [tag, panel, fields] : rows)
-            QTest::addRow("%d", tag) << tag << QStringLiteral("window") + QLatin1String(panel)
-                                     << QString::fromLatin1(fields);
+            QTest::addRow("%d", tag)
+                << tag << u"window"_s + QLatin1String(panel) << QString::fromLatin1(fields);
         for (int tag : {4, 6, 9, 11, 17, 18, 19, 20, 21, 22, 23, 24})
-            QTest::addRow("%d", tag) << tag << QStringLiteral("windowBlank") << QString();
+            QTest::addRow("%d", tag) << tag << u"windowBlank"_s << QString();
     }
     void eachTaskShowsItsPanelAndChangesThePreviews() {
         QFETCH(int, tag);
@@ -120,27 +65,31 @@ private slots:
         QFETCH(QString, fields);
         TempTree tree;
         // Something for every task to change: a trailing space, a gap, both cases of extension.
-        DocumentWindow* window = windowWith({tree.file(QStringLiteral("Shot a .0001.EXR")),
-                                             tree.file(QStringLiteral("shot a .0002.exr")),
-                                             tree.file(QStringLiteral("shot a .0004.exr"))});
+        DocumentWindow* window =
+            windowWith({tree.file(u"Shot a .0001.EXR"_s), tree.file(u"shot a .0002.exr"_s),
+                        tree.file(u"shot a .0004.exr"_s)});
         const QStringList names = column(window, 0);
         QCOMPARE(column(window, 1), names); // the default task changes nothing untyped
 
-        choose(window, tag);
         QXClipView* clip = window->taskArea().clipView();
-        QVERIFY(clip->currentPanel() && clip->currentPanel()->isVisible());
+        choose(window, tag);
+        QStringList visible;
+        for (SettingsPanel* p : clip->panels())
+            if (p->isVisible()) visible << p->objectName();
+        QCOMPARE(visible, QStringList{panel});
         QCOMPARE(clip->currentPanel()->objectName(), panel);
-        if (panel == QLatin1String("windowBlank"))
-            QCOMPARE(clip->blankPanel()->description(), MyDocument::taskDescription(tag));
+        QCOMPARE(clip->blankPanel()->description(), panel == QLatin1String("windowBlank")
+                                                        ? MyDocument::taskDescription(tag)
+                                                        : QString());
         type(window, fields);
         if (tag == 2) {
             TokenField* format = window->taskArea().tokenField();
             format->setFocus();
             QTest::keyClick(format, Qt::Key_End);
-            QTest::keyClicks(format, QStringLiteral("_v2"));
+            QTest::keyClicks(format, u"_v2"_s);
         }
         if (tag == 8) {
-            QCOMPARE(renameButton(window)->text(), QStringLiteral("Check Gaps"));
+            QCOMPARE(renameButton(window)->text(), u"Check Gaps"_s);
             QString report;
             QTimer::singleShot(0, [&] {
                 if (QMessageBox* sheet = waitForSheet()) {
@@ -149,10 +98,10 @@ private slots:
                 }
             });
             renameButton(window)->click(); // returns once the sheet is answered
-            QCOMPARE(report, QStringLiteral("1 gap found|3"));
+            QCOMPARE(report, u"1 gap found|3"_s);
             return;
         }
-        QCOMPARE(renameButton(window)->text(), QStringLiteral("Rename"));
+        QCOMPARE(renameButton(window)->text(), u"Rename"_s);
         QTRY_VERIFY2(column(window, 1) != names, qPrintable(column(window, 1).join(u'|')));
         QVERIFY(window->isWindowModified());
     }
@@ -160,10 +109,9 @@ private slots:
     void conflictingPreviewsShowTheCaution() {
         TempTree tree;
         DocumentWindow* window =
-            windowWith({tree.file(QStringLiteral("a1.txt")), tree.file(QStringLiteral("b1.txt")),
-                        tree.file(QStringLiteral("c22.txt"))});
+            windowWith({tree.file(u"a1.txt"_s), tree.file(u"b1.txt"_s), tree.file(u"c22.txt"_s)});
         choose(window, 14);
-        type(window, QStringLiteral("removeCharCountField=1"));
+        type(window, u"removeCharCountField=1"_s);
         // The names show as they are made; the conflict check comes after the last.
         QTRY_COMPARE(window->tableModel()->index(0, 1).data(Qt::ToolTipRole).toString(),
                      MyDocument::conflictToolTip());
@@ -180,43 +128,44 @@ private slots:
     // why; once fixed, the sheets of a commit are answered as a user would.
     void typingAPatternPreviewsItAndRenameFollows() {
         TempTree tree;
-        DocumentWindow* window = windowWith({tree.file(QStringLiteral("ab.txt"))});
+        DocumentWindow* window = windowWith({tree.file(u"ab.txt"_s)});
         choose(window, 1);
-        type(window, QStringLiteral("findRegExCheck;replaceStringField=x;findStringField=(a"));
+        type(window, u"findRegExCheck;replaceStringField=x;findStringField=(a"_s);
         auto* panel = window->taskArea().clipView()->findReplacePanel();
-        QTRY_VERIFY(panel->regexError().contains(QStringLiteral("U_REGEX_MISMATCHED_PAREN")));
+        QTRY_VERIFY(panel->regexError().contains(u"U_REGEX_MISMATCHED_PAREN"_s));
         QVERIFY(!QApplication::activeModalWidget());
         QTimer::singleShot(0, [&] { renameButton(window)->click(); });
         QMessageBox* sheet = waitForSheet();
         QVERIFY(sheet);
-        QCOMPARE(sheet->text(), QStringLiteral("The find pattern cannot be used"));
+        QCOMPARE(sheet->text(), u"The find pattern cannot be used"_s);
         sheet->accept();
         // Rename at once, while the fixed pattern's preview may still run: it
         // waits for that preview, not the failed one before it.
-        QTest::keyClick(window->findChild<QLineEdit*>(QStringLiteral("findStringField")), ')');
-        answerNextSheet(QStringLiteral("Rename"));
+        QTest::keyClick(window->findChild<QLineEdit*>(u"findStringField"_s), ')');
+        answerNextSheet(u"Rename"_s);
         renameButton(window)->click();
         QVERIFY((sheet = waitForSheet()));
-        QCOMPARE(sheet->text(), QStringLiteral("Rename complete"));
+        QCOMPARE(sheet->text(), u"Rename complete"_s);
         sheet->accept();
-        QCOMPARE(tree.list(), QStringList{QStringLiteral("xb.txt")});
+        QCOMPARE(tree.list(), QStringList{u"xb.txt"_s});
         QCOMPARE(panel->regexError(), QString());
+        QTRY_VERIFY(renameButton(window)->isEnabled()); // ready for the next
     }
 
     void cancelStopsTheCommitBetweenFiles() {
         TempTree tree;
         QStringList files;
         for (int i = 0; i < 60; ++i)
-            files << tree.file(QStringLiteral("f%1.txt").arg(i, 2, 10, QLatin1Char('0')));
+            files << tree.file(u"f%1.txt"_s.arg(i, 2, 10, QLatin1Char('0')));
         DocumentWindow* window = windowWith(files);
         choose(window, 20); // upper case
-        QTRY_COMPARE(column(window, 1).first(), QStringLiteral("F00.txt"));
+        QTRY_COMPARE(column(window, 1).first(), u"F00.txt"_s);
         FileMover::setFaultHook([](const FileMover::FaultPoint& p) {
             if (p.phase == FileMover::Phase::Before)
                 std::this_thread::sleep_for(std::chrono::milliseconds(20));
             return 0;
         });
-        answerNextSheet(QStringLiteral("Rename"));
+        answerNextSheet(u"Rename"_s);
         renameButton(window)->click();
         auto renamed = [&tree] {
             const QStringList names = tree.list();
@@ -225,8 +174,8 @@ private slots:
         };
         QTRY_VERIFY(renamed() >= 3); // the bar may lag: it is drawn in steps
         QVERIFY(window->bridge().progressSheet()->isModal());
-        auto* cancel = window->bridge().progressSheet()->findChild<QPushButton*>(
-            QStringLiteral("progressCancel"));
+        auto* cancel =
+            window->bridge().progressSheet()->findChild<QPushButton*>(u"progressCancel"_s);
         QVERIFY(cancel);
         cancel->click();
         QTRY_VERIFY(!window->bridge().commitRunning());
@@ -237,70 +186,43 @@ private slots:
             sheet->accept();
     }
 
-    void aSavedBatchReopensOnItsTaskAndFields() {
-        TempTree tree;
-        DocumentWindow* window = windowWith({tree.file(QStringLiteral("s.0001.exr"))});
-        choose(window, 13);
-        type(window, QStringLiteral("suffixField=_v2;suffixAddBeforeFrameCheck"));
-        const QString batch = tree(QStringLiteral("suffix.sqb"));
-        QVERIFY(window->controller().writeTo(batch));
-        QVERIFY(!window->isWindowModified());
-        delete window;
-
-        QString error;
-        DocumentWindow* reopened = DocumentWindows::openBatchFile(batch, &error);
-        QVERIFY2(reopened, qPrintable(error));
-        QCoreApplication::processEvents();
-        auto* popUp = reopened->findChild<QComboBox*>(QStringLiteral("taskPopUp"));
-        QCOMPARE(popUp->currentText(), QStringLiteral("Add Suffix"));
-        QCOMPARE(reopened->findChild<QLineEdit*>(QStringLiteral("suffixField"))->text(),
-                 QStringLiteral("_v2"));
-        QVERIFY(reopened->findChild<QCheckBox*>(QStringLiteral("suffixAddBeforeFrameCheck"))
-                    ->isChecked());
-        QCOMPARE(reopened->taskArea().tokenField()->tokens(), TokenField::defaultTokens());
-        QTRY_COMPARE(column(reopened, 1), QStringList{QStringLiteral("s_v2.0001.exr")});
-        QVERIFY(!reopened->isWindowModified());
-    }
-
     void preferencesChangeOpenWindowsAtOnce() {
         TempTree tree;
-        const QString file = tree.file(QStringLiteral("a.txt"));
+        const QString file = tree.file(u"a.txt"_s);
         DocumentWindow* window = windowWith({file});
-        QCOMPARE(column(window, 0), QStringList{QStringLiteral("a.txt")});
-        QAction* preferences = window->findChild<QAction*>(QStringLiteral("preferencesAction"));
+        QCOMPARE(column(window, 0), QStringList{u"a.txt"_s});
+        QAction* preferences = window->findChild<QAction*>(u"preferencesAction"_s);
         QVERIFY(!preferences->shortcut().isEmpty());
         preferences->trigger();
         QWidget* dialog = nullptr;
         QTRY_VERIFY((dialog = QApplication::activeWindow()) && dialog != window);
-        dialog->findChild<QCheckBox*>(QStringLiteral("showFullSourcePathsCheck"))->click();
+        dialog->findChild<QCheckBox*>(u"showFullSourcePathsCheck"_s)->click();
         QCOMPARE(column(window, 0), QStringList{file});
-        dialog->findChild<QCheckBox*>(QStringLiteral("showFullSourcePathsCheck"))->click();
-        QCOMPARE(column(window, 0), QStringList{QStringLiteral("a.txt")});
+        dialog->findChild<QCheckBox*>(u"showFullSourcePathsCheck"_s)->click();
+        QCOMPARE(column(window, 0), QStringList{u"a.txt"_s});
         dialog->close();
     }
 
     // A commit killed on the command line leaves its journal; the next launch offers to undo it.
     void interruptedRenameIsOfferedAtLaunch_data() {
         QTest::addColumn<QString>("answer");
-        QTest::addRow("restore") << QStringLiteral("Restore Original Names");
-        QTest::addRow("leave") << QStringLiteral("Leave As They Are");
+        QTest::addRow("restore") << u"Restore Original Names"_s;
+        QTest::addRow("leave") << u"Leave As They Are"_s;
     }
     void interruptedRenameIsOfferedAtLaunch() {
         QFETCH(QString, answer);
         TempTree tree;
         QStringList files;
         for (int i = 0; i < 8; ++i)
-            files << tree.file(QStringLiteral("IMG_%1.JPG").arg(i));
+            files << tree.file(u"IMG_%1.JPG"_s.arg(i));
         const QStringList original = tree.list();
         QProcess cli; // stops for good after its fifth move, and is killed there
         QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-        env.insert(QStringLiteral("SEQMATE_FAULT_STOP_AFTER"), QStringLiteral("5"));
+        env.insert(u"SEQMATE_FAULT_STOP_AFTER"_s, u"5"_s);
         cli.setProcessEnvironment(env);
         cli.setStandardOutputFile(QProcess::nullDevice());
         cli.start(QStringLiteral(SEQMATE_CLI_PATH),
-                  QStringList{QStringLiteral("-t"), QStringLiteral("lower"),
-                              QStringLiteral("--apply"), QStringLiteral("-y")} +
-                      files);
+                  QStringList{u"-t"_s, u"lower"_s, u"--apply"_s, u"-y"_s} + files);
         QVERIFY2(cli.waitForStarted(), SEQMATE_CLI_PATH);
         QTRY_VERIFY_WITH_TIMEOUT(tree.list() != original, 10000);
         QTest::qWait(200);
@@ -314,7 +236,7 @@ private slots:
         QVERIFY(renames.offer(window));
         QMessageBox* sheet = waitForSheet();
         QVERIFY(sheet);
-        QCOMPARE(sheet->text(), QStringLiteral("A rename did not complete"));
+        QCOMPARE(sheet->text(), u"A rename did not complete"_s);
         sheetButton(sheet, answer)->click();
         QTRY_COMPARE_WITH_TIMEOUT(finished.size(), 1, 10000);
         const bool restore = answer.startsWith(u'R');
@@ -322,7 +244,7 @@ private slots:
         if (restore) {
             QMessageBox* report = waitForSheet();
             QVERIFY(report);
-            QCOMPARE(report->text(), QStringLiteral("The original names are restored"));
+            QCOMPARE(report->text(), u"The original names are restored"_s);
             report->accept();
         }
         QVERIFY(!renames.offer(window)); // undone or left: not asked again
