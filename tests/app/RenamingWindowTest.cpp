@@ -8,6 +8,7 @@
 #include "ProgressSheet.h"
 #include "QXClipView.h"
 #include "QXLog.h"
+#include "RenameJournal.h"
 #include "Sheets.h"
 #include "TaskArea.h"
 #include "TempTree.h"
@@ -16,7 +17,7 @@
 #include "panels/BlankPanel.h"
 #include "panels/FindReplacePanel.h"
 
-#include <QProcess>
+#include <QLabel>
 #include <QSignalSpy>
 
 #include <chrono>
@@ -77,7 +78,6 @@ private slots:
         for (SettingsPanel* p : clip->panels())
             if (p->isVisible()) visible << p->objectName();
         QCOMPARE(visible, QStringList{panel});
-        QCOMPARE(clip->currentPanel()->objectName(), panel);
         QCOMPARE(clip->blankPanel()->description(), panel == QLatin1String("windowBlank")
                                                         ? MyDocument::taskDescription(tag)
                                                         : QString());
@@ -113,14 +113,14 @@ private slots:
         choose(window, 14);
         type(window, u"removeCharCountField=1"_s);
         // The names show as they are made; the conflict check comes after the last.
-        QTRY_COMPARE(window->tableModel()->index(0, 1).data(Qt::ToolTipRole).toString(),
-                     MyDocument::conflictToolTip());
-        for (int row = 0; row < 3; ++row) {
-            const QModelIndex preview = window->tableModel()->index(row, 1);
-            QCOMPARE(preview.data(Qt::ToolTipRole).toString(),
-                     row < 2 ? MyDocument::conflictToolTip() : QString());
-            QCOMPARE(preview.data(Qt::DecorationRole).value<QIcon>().isNull(), row == 2);
-        }
+        const auto toolTips = [window] {
+            QStringList tips;
+            for (int row = 0; row < 3; ++row)
+                tips << window->tableModel()->index(row, 1).data(Qt::ToolTipRole).toString();
+            return tips;
+        };
+        const QString tip = MyDocument::conflictToolTip();
+        QTRY_COMPARE(toolTips(), (QStringList{tip, tip, QString()}));
     }
 
     // Keystroke by keystroke: a bad pattern is named under the find field,
@@ -133,6 +133,7 @@ private slots:
         type(window, u"findRegExCheck;replaceStringField=x;findStringField=(a"_s);
         auto* panel = window->taskArea().clipView()->findReplacePanel();
         QTRY_VERIFY(panel->regexError().contains(u"U_REGEX_MISMATCHED_PAREN"_s));
+        QVERIFY(panel->findChild<QLabel*>(u"findErrorText"_s)->isVisible());
         QVERIFY(!QApplication::activeModalWidget());
         QTimer::singleShot(0, [&] { renameButton(window)->click(); });
         QMessageBox* sheet = waitForSheet();
@@ -203,7 +204,7 @@ private slots:
         dialog->close();
     }
 
-    // A commit killed on the command line leaves its journal; the next launch offers to undo it.
+    // A commit killed part way leaves its journal unfinished; the next launch offers to undo it.
     void interruptedRenameIsOfferedAtLaunch_data() {
         QTest::addColumn<QString>("answer");
         QTest::addRow("restore") << u"Restore Original Names"_s;
@@ -212,22 +213,18 @@ private slots:
     void interruptedRenameIsOfferedAtLaunch() {
         QFETCH(QString, answer);
         TempTree tree;
-        QStringList files;
-        for (int i = 0; i < 8; ++i)
-            files << tree.file(u"IMG_%1.JPG"_s.arg(i));
+        for (int i = 0; i < 4; ++i)
+            tree.file(u"IMG_%1.JPG"_s.arg(i));
         const QStringList original = tree.list();
-        QProcess cli; // stops for good after its fifth move, and is killed there
-        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-        env.insert(u"SEQMATE_FAULT_STOP_AFTER"_s, u"5"_s);
-        cli.setProcessEnvironment(env);
-        cli.setStandardOutputFile(QProcess::nullDevice());
-        cli.start(QStringLiteral(SEQMATE_CLI_PATH),
-                  QStringList{u"-t"_s, u"lower"_s, u"--apply"_s, u"-y"_s} + files);
-        QVERIFY2(cli.waitForStarted(), SEQMATE_CLI_PATH);
-        QTRY_VERIFY_WITH_TIMEOUT(tree.list() != original, 10000);
-        QTest::qWait(200);
-        cli.kill();
-        cli.waitForFinished();
+        {
+            RenameJournal journal; // a commit killed after its second move
+            QVERIFY(journal.create(nullptr));
+            for (const QString& name : original.first(2)) {
+                const QString to = tree(name.toLower());
+                journal.done(journal.begin(RenameJournal::Kind::Rename, tree(name), to));
+                QVERIFY(QFile::rename(tree(name), to));
+            }
+        }
         const QStringList afterKill = tree.list();
 
         DocumentWindow* window = DocumentWindows::newUntitled();

@@ -7,7 +7,6 @@
 #include "TaskPopUp.h"
 #include "UserDefaults.h"
 #include "panels/BlankPanel.h"
-#include "panels/FindReplacePanel.h"
 
 #include <QCheckBox>
 #include <QComboBox>
@@ -174,23 +173,6 @@ private slots:
             QCOMPARE(texts.takeFirst(), (QVariantList{outlet, loaded}));
         }
         QCOMPARE(texts.size() + checks.size(), 0);
-    }
-
-    void findFieldShowsTheRegexError() {
-        FindReplacePanel* find = m_clip->findReplacePanel();
-        m_clip->changeTask(1);
-        auto* line = find->findChild<QLabel*>(u"findErrorText"_s);
-        QVERIFY(line);
-        QCOMPARE(line->text(), QString());
-        QVERIFY(line->height() > 0); // the room is kept while empty
-        const QString error = u"U_REGEX_MISSING_CLOSE_BRACKET"_s;
-        find->setRegexError(error);
-        QCOMPARE(line->text(), error);
-        QVERIFY(line->isVisible());
-        m_clip->loadFrom(SettingsForm()); // a form has no say in it
-        QCOMPARE(find->regexError(), error);
-        find->setRegexError(QString());
-        QCOMPARE(line->text(), QString());
     }
 
     // A choice is stored as it is clicked, once per change; the dialog shows
