@@ -34,12 +34,15 @@ private slots:
         closeAllWindows();
     }
 
+    // Every outlet of a panel is typed in (or clicked), in the order the panel lists them.
     void eachTaskShowsItsPanelAndChangesThePreviews_data() {
         QTest::addColumn<int>("tag");
         QTest::addColumn<QString>("panel");
         QTest::addColumn<QString>("fields");
         const QList<std::tuple<int, const char*, const char*>> rows = {
-            {1, "FindReplace", "findStringField=shot;replaceStringField=take"},
+            {1, "FindReplace",
+             "findStringField=shot;replaceStringField=take;findMatchCaseCheck;findRegExCheck;"
+             "findIncludeExtension"},
             {2, "Conform", ""}, // typed into the token field
             {3, "Offset", "offsetField=10"},
             {5, "Pad", "padLengthField=6"},
@@ -51,7 +54,7 @@ private slots:
             {14, "RemoveChars", "removeCharCountField=2"},
             {15, "RemoveChars", "removeCharCountField= +2"}, // as the engine reads numbers
             {16, "RemoveRange", "removeCharRangeStartField=1;removeCharRangeEndField=2"},
-            {25, "InsertCharsAtPosition", "insertCharsPosition=1;insertCharsText=x"},
+            {25, "InsertCharsAtPosition", "insertCharsText=x;insertCharsPosition=1"},
             {26, "ReplaceCharsInRange",
              "replaceRangeStartPosition=0;replaceRangeEndPosition=3;replaceRangeText=take"}};
         for (const auto& [tag, panel, fields] : rows)
@@ -78,6 +81,10 @@ private slots:
         for (SettingsPanel* p : clip->panels())
             if (p->isVisible()) visible << p->objectName();
         QCOMPARE(visible, QStringList{panel});
+        QStringList outlets; // the panel's, fields first and in layout order
+        for (const QString& field : fields.split(u';', Qt::SkipEmptyParts))
+            outlets << field.section(u'=', 0, 0);
+        QCOMPARE(clip->currentPanel()->outlets(), outlets);
         QCOMPARE(clip->blankPanel()->description(), panel == QLatin1String("windowBlank")
                                                         ? MyDocument::taskDescription(tag)
                                                         : QString());
