@@ -109,48 +109,35 @@ private slots:
 
     void filesFromOutsideOpenAsBatchesOrJoinTheFrontmostDocument() {
         const struct {
-            const char* name;
             int documents;
-            QStringList paths, calls;
+            const char *paths, *calls;
         } cases[] = {
             // The images join the frontmost window: the last batch opened.
-            {"mixed",
-             0,
-             {u"a.sqb"_s, u"f1.exr"_s, u"/x/B.SQB"_s, u"f2.exr"_s},
-             {u"open a.sqb"_s, u"open B.SQB"_s, u"add f1.exr,f2.exr"_s}},
-            {"nothing open",
-             0,
-             {u"f.jpg"_s, u"batch.sqb.bak"_s},
-             {u"new"_s, u"add f.jpg,batch.sqb.bak"_s}},
-            {"a window open", 1, {u"f.jpg"_s}, {u"add f.jpg"_s}},
-            {"batch files only", 0, {u"a.Sqb"_s}, {u"open a.Sqb"_s}},
+            {0, "a.sqb f1.exr /x/B.SQB f2.exr", "open a.sqb;open B.SQB;add f1.exr,f2.exr"},
+            {0, "f.jpg batch.sqb.bak", "new;add f.jpg,batch.sqb.bak"},
+            {1, "f.jpg", "add f.jpg"},
+            {0, "a.Sqb", "open a.Sqb"},
+            {0, "bad.sqb good.sqb worse.sqb fine.sqb", "open good.sqb;open fine.sqb"},
         };
         FakeDocumentHost host;
+        host.failures = {{u"bad.sqb"_s, u"bad is unreadable"_s},
+                         {u"worse.sqb"_s, u"worse is unreadable"_s}};
         AppController controller(host);
         for (const auto& c : cases) {
             host.calls.clear();
             host.documents = c.documents;
-            controller.openFiles(c.paths);
-            QVERIFY2(host.calls == c.calls,
-                     qPrintable(QString::fromLatin1(c.name) + u": "_s + host.calls.join(u';')));
+            controller.openFiles(QString::fromLatin1(c.paths).split(u' '));
+            QCOMPARE(host.calls.join(u';'), QString::fromLatin1(c.calls));
         }
+        // An unreadable batch is logged again for each later file, until a new error.
+        QCOMPARE(logLinesWith(u"Error: "_s),
+                 QStringList({u"Error: bad is unreadable"_s, u"Error: bad is unreadable"_s,
+                              u"Error: worse is unreadable"_s, u"Error: worse is unreadable"_s}));
         host.calls.clear();
         host.documents = 0;
         controller.reopen({}); // a second launch without paths
         controller.reopen({});
         QCOMPARE(host.calls, QStringList(u"new"_s));
-    }
-
-    void anUnreadableBatchIsLoggedAgainForEachLaterFileUntilANewError() {
-        FakeDocumentHost host;
-        host.failures = {{u"bad.sqb"_s, u"bad is unreadable"_s},
-                         {u"worse.sqb"_s, u"worse is unreadable"_s}};
-        AppController controller(host);
-        controller.openFiles({u"bad.sqb"_s, u"good.sqb"_s, u"worse.sqb"_s, u"fine.sqb"_s});
-        QCOMPARE(host.calls, QStringList({u"open good.sqb"_s, u"open fine.sqb"_s}));
-        QCOMPARE(logLinesWith(u"Error: "_s),
-                 QStringList({u"Error: bad is unreadable"_s, u"Error: bad is unreadable"_s,
-                              u"Error: worse is unreadable"_s, u"Error: worse is unreadable"_s}));
     }
 
     void theExecLineIsSplitByTheDesktopEntryRules() {
@@ -214,12 +201,13 @@ private slots:
         }
     }
 
-    void theHelpItemsOpenTheirPagesAndTheLogItemsAnswerInMessageBoxes() {
+    void theHelpItemsOpenTheirPagesAndTheOthersAnswerInMessageBoxes() {
         UrlRecorder recorder;
         QDesktopServices::setUrlHandler(u"https"_s, &recorder, "open");
         QDesktopServices::setUrlHandler(u"file"_s, &recorder, "open");
         FakeDocumentHost host;
         AppController controller(host);
+        controller.setAboutDialogFactory([](QWidget*) { return nullptr; });
         QMenuBar bar;
         controller.addMenus(&bar);
         const auto trigger = [&bar](const char* name) {
@@ -244,23 +232,16 @@ private slots:
                                u"Tasklane) before viewing a log."_s);
         QCOMPARE(boxes.take(),
                  u"Logs gathered successfully|The gathered logs were placed on your desktop."_s);
-        QVERIFY(boxes.seen.isEmpty());
         QVERIFY(QFileInfo::exists(QXLocalPaths::desktopDirectory() + u"/Seqmate Logs.zip"_s));
-        QDesktopServices::unsetUrlHandler(u"https"_s);
-        QDesktopServices::unsetUrlHandler(u"file"_s);
-    }
-
-    void anAboutDialogThatCannotLoadIsLoggedAndReported() {
-        FakeDocumentHost host;
-        AppController controller(host);
-        controller.setAboutDialogFactory([](QWidget*) { return nullptr; });
-        MessageBoxAnswerer boxes;
-        controller.showAboutDialog();
-        QCOMPARE(boxes.seen, QStringList(u"Error: unable to load About dialog.|Please report this "
-                                         u"error to Corvane."_s));
+        trigger("showAboutDialog"); // one that cannot load is logged and reported
+        QCOMPARE(boxes.take(), u"Error: unable to load About dialog.|Please report this error to "
+                               u"Corvane."_s);
+        QVERIFY(boxes.seen.isEmpty());
         QCOMPARE(logLinesWith(u"Error: unable"_s),
                  QStringList(u"Error: unable to load About dialog. Please report this error to "
                              u"Corvane."_s));
+        QDesktopServices::unsetUrlHandler(u"https"_s);
+        QDesktopServices::unsetUrlHandler(u"file"_s);
     }
 };
 
