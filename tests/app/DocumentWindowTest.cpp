@@ -72,22 +72,18 @@ private slots:
         QVERIFY(!reopened->isWindowModified());
     }
 
-    void aBatchFileThatCannotBeReadOpensNoWindow_data() {
-        QTest::addColumn<QString>("name");
-        QTest::newRow("missing") << "gone.sqb";
-        QTest::newRow("a folder") << "folder.sqb";
-        QTest::newRow("not a property list") << "notes.sqb";
-        QTest::newRow("a list, not a dictionary") << "list.sqb";
-    }
+    // Missing, a folder, not a property list, a list rather than a dictionary.
     void aBatchFileThatCannotBeReadOpensNoWindow() {
-        QFETCH(QString, name);
         TempTree tree;
         tree.dir(u"folder.sqb"_s);
         tree.file(u"notes.sqb"_s, "just some text\n");
         tree.file(u"list.sqb"_s, "<?xml version=\"1.0\"?><plist version=\"1.0\"><array/></plist>");
-        QString error;
-        QCOMPARE(DocumentWindows::openBatchFile(tree(name), &error), nullptr);
-        QVERIFY(error.contains(tree(name)));
+        for (const QString& name :
+             {u"gone.sqb"_s, u"folder.sqb"_s, u"notes.sqb"_s, u"list.sqb"_s}) {
+            QString error;
+            QCOMPARE(DocumentWindows::openBatchFile(tree(name), &error), nullptr);
+            QVERIFY2(error.contains(tree(name)), qPrintable(error));
+        }
         QVERIFY(DocumentWindows::all().isEmpty());
     }
 
