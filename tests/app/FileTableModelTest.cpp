@@ -126,20 +126,6 @@ private slots:
         QCOMPARE(changed[1][1].toModelIndex(), model->index(3, 1));
     }
 
-    void reloadsInsertAndRemoveRows() {
-        QSignalSpy inserted(model.get(), &QAbstractItemModel::rowsInserted);
-        QSignalSpy removed(model.get(), &QAbstractItemModel::rowsRemoved);
-        add({u"/x/a.1"_s, u"/x/b.1"_s, u"/x/c.1"_s});
-        QCOMPARE(inserted.count(), 1);
-        QCOMPARE(inserted[0][2].toInt(), 2);
-        doc->remove({0}); // the engine reloads through the view
-        QCOMPARE(removed.count(), 1);
-        QCOMPARE(removed[0][1].toInt(), 2);
-        QCOMPARE(column(*model, 0), u"b.1 c.1"_s);
-        model->reload(); // nothing changed: no row signals
-        QCOMPARE(inserted.count() + removed.count(), 2);
-    }
-
     void fileDropsTakeLocalFilesOnly() {
         TempTree t;
         const QString file = t.file(u"a.0001.exr"_s);

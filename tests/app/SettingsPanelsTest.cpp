@@ -17,8 +17,6 @@
 #include <QSettings>
 #include <QSignalSpy>
 
-#include <numeric>
-
 using namespace Qt::StringLiterals;
 
 namespace {
@@ -44,29 +42,23 @@ private slots:
     }
     void cleanup() { delete m_area; }
 
+    // Every task is there (the window test picks each from it), under a title
+    // of its own, in eight groups.
     void popUpHoldsEveryTaskOnceInGroups() {
         QComboBox popUp;
         popUp.addItem(u"stale"_s, 99);
         TaskPopUp::fill(&popUp);
-        QList<int> tags;
         QStringList titles;
-        for (int i = 0; i < popUp.count(); ++i) {
-            if (popUp.itemData(i, Qt::AccessibleDescriptionRole).toString() == u"separator")
-                continue;
-            tags.append(popUp.itemData(i).toInt());
-            titles.append(popUp.itemText(i));
-        }
-        QCOMPARE(popUp.count() - tags.size(), 7); // separators between eight groups
-        std::sort(tags.begin(), tags.end());
-        QList<int> all(26);
-        std::iota(all.begin(), all.end(), 1);
-        QCOMPARE(tags, all);
+        for (int i = 0; i < popUp.count(); ++i)
+            if (popUp.itemData(i, Qt::AccessibleDescriptionRole).toString() != u"separator")
+                titles.append(popUp.itemText(i));
+        QCOMPARE(popUp.count() - titles.size(), 7);
         titles.removeDuplicates();
         QCOMPARE(titles.size(), 26);
+        QCOMPARE(popUp.findData(99), -1);
 
         QVERIFY(TaskPopUp::selectTag(&popUp, 5));
         QCOMPARE(popUp.currentText(), u"Pad Frame Numbers"_s);
-        QCOMPARE(TaskPopUp::selectedTag(&popUp), 5);
         QVERIFY(!TaskPopUp::selectTag(&popUp, 27));
         QVERIFY(!TaskPopUp::selectTag(&popUp, 0));
         QCOMPARE(TaskPopUp::selectedTag(&popUp), 5);
