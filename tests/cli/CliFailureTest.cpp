@@ -14,9 +14,6 @@
 using namespace Qt::Literals::StringLiterals;
 
 namespace {
-CliResult cli(const QStringList& args) {
-    return runCli(args);
-}
 
 // Runs the program through the shell with one more argument: DIR/ followed
 // by raw bytes, which a QString argument cannot carry.
@@ -60,8 +57,9 @@ TEST(CliFailures, AFailingTaskSaysWhyAndRenamesNothing) {
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.line.toStdString());
-        expectOneLineFailure(cli(c.args + QStringList{t(u"d"_s)}), c.line);
-        expectOneLineFailure(cli(c.args + QStringList{u"--apply"_s, u"-y"_s, t(u"d"_s)}), c.line);
+        expectOneLineFailure(runCli(c.args + QStringList{t(u"d"_s)}), c.line);
+        expectOneLineFailure(runCli(c.args + QStringList{u"--apply"_s, u"-y"_s, t(u"d"_s)}),
+                             c.line);
         EXPECT_TRUE(t.exists(u"d/aaaa.txt"_s));
     }
 }
@@ -81,7 +79,7 @@ TEST(CliFailures, PathsThatAreNotUtf8AreRefusedNotMapped) {
     FILE* raw = std::fopen(bad.constData(), "w");
     ASSERT_TRUE(raw);
     std::fclose(raw);
-    const CliResult listed = cli({u"--json"_s, t(u"d"_s)});
+    const CliResult listed = runCli({u"--json"_s, t(u"d"_s)});
     ::unlink(bad.constData());
     EXPECT_EQ(listed.status, 0);
     EXPECT_TRUE(listed.err.contains(u"warning: 1 folder entry skipped"_s))
@@ -101,7 +99,7 @@ TEST(CliFailures, FilesThatAreNotBatchFilesAreRefused) {
     };
     for (const QByteArray& content : bad) {
         const QString file = t.file(u"b.sqb"_s, content);
-        const CliResult r = cli({u"-b"_s, file});
+        const CliResult r = runCli({u"-b"_s, file});
         EXPECT_EQ(r.status, 2) << content.constData();
         EXPECT_TRUE(r.err.startsWith(u"seqmate-cli: not a batch file: "_s + file + u" ("_s))
             << r.err.toStdString();
@@ -110,7 +108,7 @@ TEST(CliFailures, FilesThatAreNotBatchFilesAreRefused) {
     // A batch without files is still a batch: an empty one.
     const QString empty = t.file(u"e.sqb"_s, head + "<dict><key>selectedAction</key><integer>"
                                                     "21</integer></dict></plist>");
-    EXPECT_EQ(cli({u"-b"_s, empty, u"--json"_s}).out, u"[]\n"_s);
+    EXPECT_EQ(runCli({u"-b"_s, empty, u"--json"_s}).out, u"[]\n"_s);
 }
 
 TEST(CliFailures, JsonIsPrintedForEveryForm) {
@@ -118,7 +116,7 @@ TEST(CliFailures, JsonIsPrintedForEveryForm) {
     for (int f : {10, 2, 1, 5})
         t.file(u"s/shot.%1.exr"_s.arg(f));
     const QJsonArray items =
-        QJsonDocument::fromJson(cli({u"--json"_s, t(u"s"_s)}).out.toUtf8()).array();
+        QJsonDocument::fromJson(runCli({u"--json"_s, t(u"s"_s)}).out.toUtf8()).array();
     ASSERT_EQ(items.size(), 4);
     const QJsonObject last = items[3].toObject(); // natural order: 1, 2, 5, 10
     EXPECT_EQ(last.value(u"name"_s).toString(), u"shot.10.exr"_s);
@@ -128,11 +126,16 @@ TEST(CliFailures, JsonIsPrintedForEveryForm) {
     EXPECT_EQ(parts[2].toObject().value(u"Frame Number"_s).toInt(), 10);
     EXPECT_EQ(parts[4].toObject().value(u"File Extension"_s).toString(), u"exr"_s);
 
-    EXPECT_EQ(cli({u"--json"_s}).out, u"[]\n"_s);
-    EXPECT_EQ(cli({u"--json"_s, u"-t"_s, u"upper"_s}).out, u"[]\n"_s);
-    const CliResult gaps = cli({u"--json"_s, u"-t"_s, u"check-gaps"_s, t(u"s"_s)});
+    EXPECT_EQ(runCli({u"--json"_s}).out, u"[]\n"_s);
+    EXPECT_EQ(runCli({u"--json"_s, u"-t"_s, u"upper"_s}).out, u"[]\n"_s);
+    const CliResult gaps = runCli({u"--json"_s, u"-t"_s, u"check-gaps"_s, t(u"s"_s)});
     EXPECT_EQ(gaps.status, 0);
     EXPECT_EQ(QJsonDocument::fromJson(gaps.out.toUtf8()).array(), QJsonArray({u"3-4"_s, u"6-9"_s}));
+    // Without --json the gap check prints its report.
+    const QString report = runCli({u"-t"_s, u"check-gaps"_s, t(u"s"_s)}).out;
+    EXPECT_TRUE(report.contains(
+        u"2 gaps found\nFrame number gaps were found at the following locations:\n3-4\n6-9"_s))
+        << report.toStdString();
 }
 } // namespace
 
@@ -142,13 +145,13 @@ TEST(CliFailures, NamesThatAreNoFileNamesAreFlaggedAndNotMoved) {
     TempTree t;
     t.file(u"d/a.txt"_s, "a");
     const QStringList task{u"-t"_s, u"prefix"_s, u"-s"_s, u"prefix=../"_s, t(u"d"_s)};
-    const CliResult table = cli(task);
+    const CliResult table = runCli(task);
     EXPECT_TRUE(table.out.contains(u"a.txt -> ../a.txt  [not a file name: it contains \"/\"]"_s))
         << table.out.toStdString();
-    const CliResult json = cli(task + QStringList{u"--json"_s});
+    const CliResult json = runCli(task + QStringList{u"--json"_s});
     const QJsonObject row = QJsonDocument::fromJson(json.out.toUtf8()).array().at(0).toObject();
     EXPECT_EQ(row[u"problem"_s].toString(), u"not a file name: it contains \"/\""_s);
-    const CliResult apply = cli(task + QStringList{u"--apply"_s, u"-y"_s});
+    const CliResult apply = runCli(task + QStringList{u"--apply"_s, u"-y"_s});
     EXPECT_EQ(apply.status, 1) << apply.err.toStdString();
     EXPECT_EQ(t.list(u"d"_s), QStringList{u"a.txt"_s});
     EXPECT_EQ(t.list(), QStringList{u"d"_s});
