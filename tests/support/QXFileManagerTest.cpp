@@ -25,22 +25,23 @@ TEST_F(QXFileManagerTest, uniqueValidAndSizeTexts) {
     for (const auto& [path, expected] : unique)
         EXPECT_EQ(QXFileManager::uniqueFilename(t(path)), t(expected)) << path;
 
-    const std::pair<const char*, const char*> names[] = {{".a/b:c ", "abc"},
-                                                         {".", ""},
-                                                         {"..x", ".x"},
-                                                         {"  pad\n", "pad"},
-                                                         {"plain.txt", "plain.txt"}};
+    const std::pair<const char*, const char*> names[] = {
+        {".a/b:c ", "abc"},         {".", ""}, {"..x", ".x"}, {"  pad\n", "pad"},
+        {"plain.txt", "plain.txt"},
+    };
     for (const auto& [in, out] : names)
         EXPECT_EQ(QXFileManager::validateFilename(QString::fromUtf8(in)), QString::fromUtf8(out));
 
-    const std::pair<double, const char*> sizes[] = {{0, "0 B"},
-                                                    {1023, "1023 B"},
-                                                    {1024, "1.00 KB"},
-                                                    {1536, "1.50 KB"},
-                                                    {1048575, "1024.00 KB"},
-                                                    {1048576, "1.00 MB"},
-                                                    {1073741824, "1.00 GB"},
-                                                    {1099511627776.0, "1024.00 GB"}};
+    const std::pair<double, const char*> sizes[] = {
+        {0, "0 B"},
+        {1023, "1023 B"},
+        {1024, "1.00 KB"},
+        {1536, "1.50 KB"},
+        {1048575, "1024.00 KB"},
+        {1048576, "1.00 MB"},
+        {1073741824, "1.00 GB"},
+        {1099511627776.0, "1024.00 GB"},
+    };
     for (const auto& [bytes, text] : sizes)
         EXPECT_EQ(QXFileManager::formatFileSize(bytes), QString::fromUtf8(text)) << bytes;
 }

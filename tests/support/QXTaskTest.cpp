@@ -21,10 +21,8 @@ int entries(const QString& folder) {
 }
 const QString fds = u"/proc/self/fd"_s, threads = u"/proc/self/task"_s;
 
-// A joined thread can stay listed for a moment: the kernel wakes the joiner
-// before it takes the thread out of /proc. So a count may be one too high,
-// the one taken before as well as the one after, and the check is that the
-// count comes down to at most the earlier one: a leaked thread never does.
+// A joined thread can stay listed in /proc for a moment, so the count need
+// only come down to the earlier one: a leaked thread never does.
 bool threadsSettleAtMost(int count) {
     return waitFor([count] { return entries(threads) <= count; });
 }
