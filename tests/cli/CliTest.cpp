@@ -1,76 +1,50 @@
 #include "CliResult.h"
 #include "TempTree.h"
 
-#include <QJsonArray>
-#include <QJsonDocument>
-#include <QJsonObject>
-#include <QProcess>
 #include <gtest/gtest.h>
 
 using namespace Qt::Literals::StringLiterals;
 
 namespace {
 
-TempTree& frames(TempTree& t) {
+// What the program prints for a folder of frames 1, 2, 3, 5 and 9: each row the arguments
+// before the folder and texts its output holds.
+TEST(Cli, PrintsItemsPreviewsAndReports) {
+    TempTree t;
     for (int f : {1, 2, 3, 5, 9})
         t.file(u"plates/Shot.%1.EXR"_s.arg(f, 4, 10, QLatin1Char('0')));
-    return t;
-}
-
-TEST(Cli, WithoutATaskPrintsItemsAndComponents) {
-    TempTree t;
-    frames(t);
     t.file(u"plates/.hidden"_s);
-    const CliResult r = runCli({t(u"plates"_s)});
-    ASSERT_EQ(r.status, 0) << r.err.toStdString();
-    EXPECT_TRUE(r.out.contains(u"Frame Number 1 (padding 4)"_s));
-    EXPECT_TRUE(r.out.contains(u"File Extension \"EXR\""_s));
-    EXPECT_TRUE(r.out.contains(u"5 item(s)"_s));
-    EXPECT_FALSE(r.out.contains(u".hidden"_s));
-}
-
-TEST(Cli, PreviewTableAndJson) {
-    TempTree t;
-    frames(t);
-    const CliResult table = runCli({u"-t"_s, u"lower-ext"_s, t(u"plates"_s)});
-    ASSERT_EQ(table.status, 0) << table.err.toStdString();
-    EXPECT_TRUE(table.out.contains(u"Shot.0001.EXR -> Shot.0001.exr"_s));
-    EXPECT_TRUE(table.out.contains(u"5 file(s), 5 to rename, 0 conflict(s)"_s));
-
-    const CliResult json = runCli({u"--task"_s, u"9"_s, u"--json"_s, t(u"plates/Shot.0001.EXR"_s),
-                                   t(u"plates/Shot.0002.EXR"_s)});
-    ASSERT_EQ(json.status, 0) << json.err.toStdString();
-    const QJsonArray rows = QJsonDocument::fromJson(json.out.toUtf8()).array();
-    ASSERT_EQ(rows.size(), 2);
-    const QJsonObject first = rows[0].toObject();
-    EXPECT_EQ(first.value(u"path"_s).toString(), t(u"plates/Shot.0001.EXR"_s));
-    EXPECT_EQ(first.value(u"old"_s).toString(), u"Shot.0001.EXR"_s);
-    EXPECT_EQ(first.value(u"new"_s).toString(), u"Shot.EXR"_s);
-    EXPECT_TRUE(first.value(u"conflict"_s).toBool()); // both become Shot.EXR
-}
-
-TEST(Cli, SettingsByKeyAndFormat) {
-    TempTree t;
-    frames(t);
-    const CliResult pad =
-        runCli({u"-t"_s, u"pad"_s, u"-s"_s, u"padLength=6"_s, t(u"plates/Shot.0009.EXR"_s)});
-    EXPECT_TRUE(pad.out.contains(u"-> Shot.000009.EXR"_s)) << pad.out.toStdString();
-
-    const CliResult regex =
-        runCli({u"-t"_s, u"find-replace"_s, u"-s"_s, u"find=(\\w+)\\.(\\d+)"_s, u"-s"_s,
-                u"replace=$2_$1"_s, u"-s"_s, u"regex=yes"_s, t(u"plates/Shot.0001.EXR"_s)});
-    EXPECT_TRUE(regex.out.contains(u"-> 0001_Shot.EXR"_s)) << regex.out.toStdString();
-
-    const CliResult conform =
-        runCli({u"-t"_s, u"conform"_s, u"--format"_s,
-                u"@@ Filename @@_v2.@@ Frame Number @@.@@ File Extension @@"_s,
-                t(u"plates/Shot.0003.EXR"_s)});
-    EXPECT_TRUE(conform.out.contains(u"-> Shot_v2.0003.EXR"_s)) << conform.out.toStdString();
+    const struct {
+        QStringList args;
+        QStringList shown;
+    } cases[] = {
+        {{}, {u"Frame Number 1 (padding 4)"_s, u"File Extension \"EXR\""_s, u"5 item(s)"_s}},
+        {{u"-t"_s, u"lower-ext"_s},
+         {u"Shot.0001.EXR -> Shot.0001.exr"_s, u"5 file(s), 5 to rename, 0 conflict(s)"_s}},
+        {{u"-t"_s, u"pad"_s, u"-s"_s, u"padLength=6"_s}, {u"Shot.0009.EXR -> Shot.000009.EXR"_s}},
+        {{u"-t"_s, u"find-replace"_s, u"-s"_s, u"find=(\\w+)\\.(\\d+)"_s, u"-s"_s,
+          u"replace=$2_$1"_s, u"-s"_s, u"regex=yes"_s},
+         {u"Shot.0001.EXR -> 0001_Shot.EXR"_s}},
+        {{u"-t"_s, u"conform"_s, u"--format"_s,
+          u"@@ Filename @@_v2.@@ Frame Number @@.@@ File Extension @@"_s},
+         {u"Shot.0003.EXR -> Shot_v2.0003.EXR"_s}},
+        {{u"-t"_s, u"check-gaps"_s},
+         {u"2 gaps found"_s,
+          u"Frame number gaps were found at the following locations:\n4\n6-8"_s}},
+    };
+    for (const auto& c : cases) {
+        const CliResult r = runCli(c.args + QStringList{t(u"plates"_s)});
+        EXPECT_EQ(r.status, 0) << r.err.toStdString();
+        for (const QString& text : c.shown)
+            EXPECT_TRUE(r.out.contains(text)) << text.toStdString() << " in\n"
+                                              << r.out.toStdString();
+        EXPECT_FALSE(r.out.contains(u".hidden"_s));
+    }
 }
 
 TEST(Cli, BatchFilesSaveAndReopen) {
     TempTree t;
-    frames(t);
+    t.file(u"plates/Shot.0002.EXR"_s);
     const QString batch = t(u"b.sqb"_s);
     const CliResult save = runCli({u"-t"_s, u"offset"_s, u"-s"_s, u"offset=-1"_s, u"--save"_s,
                                    batch, t(u"plates/Shot.0002.EXR"_s)});
