@@ -49,7 +49,6 @@ TEST(Cli, BatchFilesSaveAndReopen) {
     const CliResult save = runCli({u"-t"_s, u"offset"_s, u"-s"_s, u"offset=-1"_s, u"--save"_s,
                                    batch, t(u"plates/Shot.0002.EXR"_s)});
     ASSERT_EQ(save.status, 0) << save.err.toStdString();
-    EXPECT_TRUE(t.read(u"b.sqb"_s).contains("<integer>18446744073709551615</integer>"));
     const CliResult reopen = runCli({u"-b"_s, batch});
     ASSERT_EQ(reopen.status, 0) << reopen.err.toStdString();
     EXPECT_TRUE(reopen.out.contains(u"Shot.0002.EXR -> Shot.0001.EXR"_s))
