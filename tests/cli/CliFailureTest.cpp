@@ -43,10 +43,10 @@ TEST(CliFailures, AFailingTaskSaysWhyAndRenamesNothing) {
         QStringList args;
         QString line;
     } cases[] = {
-        {{u"-t"_s, u"find-replace"_s, u"-s"_s, u"regex=1"_s, u"-s"_s, u"find=("_s},
+        {words(u"-t find-replace -s regex=1 -s find=("_s),
          u"find-replace: the pattern \"(\" does not compile: U_REGEX_MISMATCHED_PAREN at "
          u"offset 1"_s},
-        {{u"-t"_s, u"prefix"_s}, u"prefix: the setting \"prefix\" is missing or empty"_s},
+        {words(u"-t prefix"_s), u"prefix: the setting \"prefix\" is missing or empty"_s},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.line.toStdString());
@@ -62,8 +62,7 @@ TEST(CliFailures, PathsThatAreNotUtf8AreRefusedNotMapped) {
     // The name a lossy decoding of "\xff\xfe" would give: it must stay as it is.
     t.file(u"d/\uFFFD\uFFFD"_s);
     const CliResult r =
-        cliWithRawPath(t(u"d"_s), "\\377\\376",
-                       {u"-t"_s, u"prefix"_s, u"-s"_s, u"prefix=P_"_s, u"--apply"_s, u"-y"_s});
+        cliWithRawPath(t(u"d"_s), "\\377\\376", words(u"-t prefix -s prefix=P_ --apply -y"_s));
     expectOneLineFailure(r, u"not a valid UTF-8 path: "_s + t(u"d"_s) + u"/\\xff\\xfe"_s);
     EXPECT_EQ(t.list(u"d"_s), QStringList{u"\uFFFD\uFFFD"_s});
 

@@ -19,16 +19,15 @@ TEST(Cli, PrintsItemsPreviewsAndReports) {
         QStringList shown;
     } cases[] = {
         {{}, {u"Frame Number 1 (padding 4)"_s, u"File Extension \"EXR\""_s, u"5 item(s)"_s}},
-        {{u"-t"_s, u"lower-ext"_s},
+        {words(u"-t lower-ext"_s),
          {u"Shot.0001.EXR -> Shot.0001.exr"_s, u"5 file(s), 5 to rename, 0 conflict(s)"_s}},
-        {{u"-t"_s, u"pad"_s, u"-s"_s, u"padLength=6"_s}, {u"Shot.0009.EXR -> Shot.000009.EXR"_s}},
-        {{u"-t"_s, u"find-replace"_s, u"-s"_s, u"find=(\\w+)\\.(\\d+)"_s, u"-s"_s,
-          u"replace=$2_$1"_s, u"-s"_s, u"regex=yes"_s},
+        {words(u"-t pad -s padLength=6"_s), {u"Shot.0009.EXR -> Shot.000009.EXR"_s}},
+        {words(u"-t find-replace -s find=(\\w+)\\.(\\d+) -s replace=$2_$1 -s regex=yes"_s),
          {u"Shot.0001.EXR -> 0001_Shot.EXR"_s}},
         {{u"-t"_s, u"conform"_s, u"--format"_s,
           u"@@ Filename @@_v2.@@ Frame Number @@.@@ File Extension @@"_s},
          {u"Shot.0003.EXR -> Shot_v2.0003.EXR"_s}},
-        {{u"-t"_s, u"check-gaps"_s},
+        {words(u"-t check-gaps"_s),
          {u"2 gaps found"_s,
           u"Frame number gaps were found at the following locations:\n4\n6-8"_s}},
     };
@@ -46,8 +45,8 @@ TEST(Cli, BatchFilesSaveAndReopen) {
     TempTree t;
     t.file(u"plates/Shot.0002.EXR"_s);
     const QString batch = t(u"b.sqb"_s);
-    const CliResult save = runCli({u"-t"_s, u"offset"_s, u"-s"_s, u"offset=-1"_s, u"--save"_s,
-                                   batch, t(u"plates/Shot.0002.EXR"_s)});
+    const CliResult save =
+        runCli(words(u"-t offset -s offset=-1 --save"_s) << batch << t(u"plates/Shot.0002.EXR"_s));
     ASSERT_EQ(save.status, 0) << save.err.toStdString();
     const CliResult reopen = runCli({u"-b"_s, batch});
     ASSERT_EQ(reopen.status, 0) << reopen.err.toStdString();
@@ -60,19 +59,20 @@ TEST(Cli, UsageErrorsExitWithTwoAndOneLine) {
     TempTree t;
     t.file(u"A"_s);
     const QStringList bad[] = {
-        {u"-t"_s, u"sparkle"_s, t.path()},
-        {u"-t"_s, u"27"_s, t.path()},
-        {u"-t"_s, u"pad"_s, u"-s"_s, u"padLength"_s, t.path()},
-        {u"-t"_s, u"pad"_s, u"-s"_s, u"find=x"_s, t.path()},
-        {u"-t"_s, u"find-replace"_s, u"-s"_s, u"regex=maybe"_s, t.path()},
-        {u"-b"_s, t(u"missing.sqb"_s)},
-        {u"--no-such-option"_s},
-        {u"-t"_s, u"check-gaps"_s, u"--apply"_s, t.path()},
-        {u"-t"_s, u"lower"_s, u"--apply"_s, u"-y"_s, u"--conflict-action"_s, u"3"_s, t.path()},
-        {u"-t"_s, u"lower"_s, u"--apply"_s, t.path()}, // no terminal to confirm on, no -y
-        {u"--undo"_s, t(u"A"_s)},                      // no rename journal
+        words(u"-t sparkle DIR"_s),
+        words(u"-t 27 DIR"_s),
+        words(u"-t pad -s padLength DIR"_s),
+        words(u"-t pad -s find=x DIR"_s),
+        words(u"-t find-replace -s regex=maybe DIR"_s),
+        words(u"-b DIR/missing.sqb"_s),
+        words(u"--no-such-option"_s),
+        words(u"-t check-gaps --apply DIR"_s),
+        words(u"-t lower --apply -y --conflict-action 3 DIR"_s),
+        words(u"-t lower --apply DIR"_s), // no terminal to confirm on, no -y
+        words(u"--undo DIR/A"_s),         // no rename journal
     };
-    for (const QStringList& args : bad) {
+    for (QStringList args : bad) {
+        args.replaceInStrings(u"DIR"_s, t.path());
         const CliResult r = runCli(args);
         EXPECT_EQ(r.status, 2) << args.join(u' ').toStdString();
         EXPECT_EQ(r.err.trimmed().count(u'\n'), 0) << r.err.toStdString();

@@ -90,13 +90,17 @@ protected:
         return m.hasMatch() ? m.captured(1) : QString();
     }
 
+    // Prefixes every file of the folder with "x_".
+    QStringList prefixAll() const {
+        return words(QStringLiteral("-t prefix -s prefix=x_ --apply -y")) << tree(u"files"_s);
+    }
+
     TempTree tree;
 };
 
 TEST_F(CommitCli, ApplyRenamesAndNamesTheJournal) {
-    const QStringList files = makeFiles(u"a.%1.jpg"_s, 3);
-    const CliResult r = run(
-        {u"-t"_s, u"prefix"_s, u"-s"_s, u"prefix=x_"_s, u"--apply"_s, u"-y"_s, tree(u"files"_s)});
+    makeFiles(u"a.%1.jpg"_s, 3);
+    const CliResult r = run(prefixAll());
     ASSERT_EQ(r.status, 0) << r.err.toStdString();
     EXPECT_EQ(tree.list(u"files"_s),
               (QStringList{u"x_a.0001.jpg"_s, u"x_a.0002.jpg"_s, u"x_a.0003.jpg"_s}));
@@ -154,8 +158,7 @@ TEST_F(CommitCli, ConflictsRefuseWithStatusThreeUnlessAllowed) {
 TEST_F(CommitCli, ConflictActionForOneRun) {
     const QString a = tree.file(u"files/a"_s, "batch");
     tree.file(u"files/x_a"_s, "foreign");
-    const CliResult r = run({u"-t"_s, u"prefix"_s, u"-s"_s, u"prefix=x_"_s, u"--apply"_s, u"-y"_s,
-                             u"--conflict-action"_s, u"1"_s, a});
+    const CliResult r = run(words(u"-t prefix -s prefix=x_ --apply -y --conflict-action 1"_s) << a);
     ASSERT_EQ(r.status, 0) << r.err.toStdString();
     EXPECT_EQ(tree.read(u"files/x_a"_s), "batch");
     EXPECT_FALSE(tree.exists(u"files/Conflicting files"_s));
@@ -163,10 +166,8 @@ TEST_F(CommitCli, ConflictActionForOneRun) {
 }
 
 TEST_F(CommitCli, FailedFileGivesStatusOneAndItsOldName) {
-    const QStringList f = makeFiles(u"f%1"_s, 3);
-    const CliResult r = run(
-        {u"-t"_s, u"prefix"_s, u"-s"_s, u"prefix=x_"_s, u"--apply"_s, u"-y"_s, f[0], f[1], f[2]},
-        {u"SEQMATE_FAULT_FAIL=2"_s});
+    makeFiles(u"f%1"_s, 3);
+    const CliResult r = run(prefixAll(), {u"SEQMATE_FAULT_FAIL=2"_s});
     EXPECT_EQ(r.status, 1);
     EXPECT_TRUE(r.err.contains(u"The following files were not renamed:\n\nf0002\n"_s))
         << r.err.toStdString();
@@ -206,9 +207,7 @@ TEST_F(CommitCli, CtrlCStopsBetweenFilesAndStillWritesSummaryAndJournal) {
     makeFiles(u"f%1"_s, count);
     QProcess child;
     child.setStandardOutputFile(QProcess::nullDevice());
-    start(child,
-          {u"-t"_s, u"prefix"_s, u"-s"_s, u"prefix=x_"_s, u"--apply"_s, u"-y"_s, tree(u"files"_s)},
-          {u"SEQMATE_FAULT_MOVE_DELAY_US=5000"_s});
+    start(child, prefixAll(), {u"SEQMATE_FAULT_MOVE_DELAY_US=5000"_s});
     ASSERT_TRUE(waitForRecord("done\t20\n"));
     ::kill(static_cast<pid_t>(child.processId()), SIGINT);
     ASSERT_TRUE(child.waitForFinished(60000));
@@ -232,8 +231,7 @@ TEST_F(CommitCli, WithoutAJournalNothingIsRenamed) {
     makeFiles(u"a.%1.jpg"_s, 3);
     const QStringList original = tree.list(u"files"_s);
     tree.file(u"home/.local/share/Logs/Corvane/Journals"_s, "in the way");
-    const CliResult r = run(
-        {u"-t"_s, u"prefix"_s, u"-s"_s, u"prefix=x_"_s, u"--apply"_s, u"-y"_s, tree(u"files"_s)});
+    const CliResult r = run(prefixAll());
     EXPECT_EQ(r.status, 1);
     EXPECT_TRUE(r.err.contains(u"The rename journal could not be created\nUnable to create rename "
                                u"journal in "_s))
@@ -247,9 +245,8 @@ TEST_F(CommitCli, WithoutAJournalNothingIsRenamed) {
 TEST_F(CommitCli, FailedMoveAsideIsReportedAsWhatHappened) {
     const QString jpg = tree.file(u"files/a.jpg"_s, "jpg");
     const QString png = tree.file(u"files/a.png"_s, "png");
-    const CliResult r =
-        run({u"-t"_s, u"remove-ext"_s, u"--apply"_s, u"-y"_s, u"--allow-conflicts"_s, jpg, png},
-            {u"SEQMATE_FAULT_FAIL=3"_s}); // a.jpg -> a, a.png -> a (taken), a aside
+    const CliResult r = run(words(u"-t remove-ext --apply -y --allow-conflicts"_s) << jpg << png,
+                            {u"SEQMATE_FAULT_FAIL=3"_s}); // a.jpg -> a, a.png -> a (taken), a aside
     EXPECT_EQ(r.status, 1);
     EXPECT_TRUE(r.err.contains(u"Not moved aside: a keeps its name (Input/output error)"_s))
         << r.err.toStdString();
