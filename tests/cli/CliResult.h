@@ -10,6 +10,11 @@ struct CliResult {
     QString err;
 };
 
+// Arguments written as one line, split at spaces.
+inline QStringList words(const QString& line) {
+    return line.split(u' ', Qt::SkipEmptyParts);
+}
+
 inline CliResult waitForCli(QProcess& p, int timeoutMs) {
     p.waitForFinished(timeoutMs);
     return {p.exitStatus() == QProcess::NormalExit ? p.exitCode() : -1,

@@ -1,117 +1,83 @@
 #include "CliResult.h"
 #include "TempTree.h"
 
-#include <QJsonArray>
-#include <QJsonDocument>
-#include <QJsonObject>
-#include <QProcess>
 #include <gtest/gtest.h>
 
 using namespace Qt::Literals::StringLiterals;
 
 namespace {
-CliResult cli(const QStringList& args) {
-    return runCli(args);
-}
 
-TempTree& frames(TempTree& t) {
+// What the program prints for a folder of frames 1, 2, 3, 5 and 9: each row the arguments
+// before the folder and texts its output holds.
+TEST(Cli, PrintsItemsPreviewsAndReports) {
+    TempTree t;
     for (int f : {1, 2, 3, 5, 9})
         t.file(u"plates/Shot.%1.EXR"_s.arg(f, 4, 10, QLatin1Char('0')));
-    return t;
-}
-
-TEST(Cli, WithoutATaskPrintsItemsAndComponents) {
-    TempTree t;
-    frames(t);
     t.file(u"plates/.hidden"_s);
-    const CliResult r = cli({t(u"plates"_s)});
-    ASSERT_EQ(r.status, 0) << r.err.toStdString();
-    EXPECT_TRUE(r.out.contains(u"Frame Number 1 (padding 4)"_s));
-    EXPECT_TRUE(r.out.contains(u"File Extension \"EXR\""_s));
-    EXPECT_TRUE(r.out.contains(u"5 item(s)"_s));
-    EXPECT_FALSE(r.out.contains(u".hidden"_s));
-}
-
-TEST(Cli, PreviewTableAndJson) {
-    TempTree t;
-    frames(t);
-    const CliResult table = cli({u"-t"_s, u"lower-ext"_s, t(u"plates"_s)});
-    ASSERT_EQ(table.status, 0) << table.err.toStdString();
-    EXPECT_TRUE(table.out.contains(u"Shot.0001.EXR -> Shot.0001.exr"_s));
-    EXPECT_TRUE(table.out.contains(u"5 file(s), 5 to rename, 0 conflict(s)"_s));
-
-    const CliResult json = cli({u"--task"_s, u"9"_s, u"--json"_s, t(u"plates/Shot.0001.EXR"_s),
-                                t(u"plates/Shot.0002.EXR"_s)});
-    ASSERT_EQ(json.status, 0) << json.err.toStdString();
-    const QJsonArray rows = QJsonDocument::fromJson(json.out.toUtf8()).array();
-    ASSERT_EQ(rows.size(), 2);
-    const QJsonObject first = rows[0].toObject();
-    EXPECT_EQ(first.value(u"path"_s).toString(), t(u"plates/Shot.0001.EXR"_s));
-    EXPECT_EQ(first.value(u"old"_s).toString(), u"Shot.0001.EXR"_s);
-    EXPECT_EQ(first.value(u"new"_s).toString(), u"Shot.EXR"_s);
-    EXPECT_TRUE(first.value(u"conflict"_s).toBool()); // both become Shot.EXR
-}
-
-TEST(Cli, SettingsByKeyAndFormat) {
-    TempTree t;
-    frames(t);
-    const CliResult pad =
-        cli({u"-t"_s, u"pad"_s, u"-s"_s, u"padLength=6"_s, t(u"plates/Shot.0009.EXR"_s)});
-    EXPECT_TRUE(pad.out.contains(u"-> Shot.000009.EXR"_s)) << pad.out.toStdString();
-
-    const CliResult regex =
-        cli({u"-t"_s, u"find-replace"_s, u"-s"_s, u"find=(\\w+)\\.(\\d+)"_s, u"-s"_s,
-             u"replace=$2_$1"_s, u"-s"_s, u"regex=yes"_s, t(u"plates/Shot.0001.EXR"_s)});
-    EXPECT_TRUE(regex.out.contains(u"-> 0001_Shot.EXR"_s)) << regex.out.toStdString();
-
-    const CliResult conform = cli({u"-t"_s, u"conform"_s, u"--format"_s,
-                                   u"@@ Filename @@_v2.@@ Frame Number @@.@@ File Extension @@"_s,
-                                   t(u"plates/Shot.0003.EXR"_s)});
-    EXPECT_TRUE(conform.out.contains(u"-> Shot_v2.0003.EXR"_s)) << conform.out.toStdString();
-}
-
-TEST(Cli, GapCheckPrintsItsReport) {
-    TempTree t;
-    frames(t);
-    const CliResult r = cli({u"-t"_s, u"check-gaps"_s, t(u"plates"_s)});
-    ASSERT_EQ(r.status, 0);
-    EXPECT_TRUE(r.out.contains(u"2 gaps found"_s));
-    EXPECT_TRUE(
-        r.out.contains(u"Frame number gaps were found at the following locations:\n4\n6-8"_s))
-        << r.out.toStdString();
+    const struct {
+        QStringList args;
+        QStringList shown;
+    } cases[] = {
+        {{}, {u"Frame Number 1 (padding 4)"_s, u"File Extension \"EXR\""_s, u"5 item(s)"_s}},
+        {words(u"-t lower-ext"_s),
+         {u"Shot.0001.EXR -> Shot.0001.exr"_s, u"5 file(s), 5 to rename, 0 conflict(s)"_s}},
+        {words(u"-t pad -s padLength=6"_s), {u"Shot.0009.EXR -> Shot.000009.EXR"_s}},
+        {words(u"-t find-replace -s find=(\\w+)\\.(\\d+) -s replace=$2_$1 -s regex=yes"_s),
+         {u"Shot.0001.EXR -> 0001_Shot.EXR"_s}},
+        {{u"-t"_s, u"conform"_s, u"--format"_s,
+          u"@@ Filename @@_v2.@@ Frame Number @@.@@ File Extension @@"_s},
+         {u"Shot.0003.EXR -> Shot_v2.0003.EXR"_s}},
+        {words(u"-t check-gaps"_s),
+         {u"2 gaps found"_s,
+          u"Frame number gaps were found at the following locations:\n4\n6-8"_s}},
+    };
+    for (const auto& c : cases) {
+        const CliResult r = runCli(c.args + QStringList{t(u"plates"_s)});
+        EXPECT_EQ(r.status, 0) << r.err.toStdString();
+        for (const QString& text : c.shown)
+            EXPECT_TRUE(r.out.contains(text)) << text.toStdString() << " in\n"
+                                              << r.out.toStdString();
+        EXPECT_FALSE(r.out.contains(u".hidden"_s));
+    }
 }
 
 TEST(Cli, BatchFilesSaveAndReopen) {
     TempTree t;
-    frames(t);
+    t.file(u"plates/Shot.0002.EXR"_s);
     const QString batch = t(u"b.sqb"_s);
-    const CliResult save = cli({u"-t"_s, u"offset"_s, u"-s"_s, u"offset=-1"_s, u"--save"_s, batch,
-                                t(u"plates/Shot.0002.EXR"_s)});
+    const CliResult save =
+        runCli(words(u"-t offset -s offset=-1 --save"_s) << batch << t(u"plates/Shot.0002.EXR"_s));
     ASSERT_EQ(save.status, 0) << save.err.toStdString();
-    EXPECT_TRUE(t.read(u"b.sqb"_s).contains("<integer>18446744073709551615</integer>"));
-    const CliResult reopen = cli({u"-b"_s, batch});
+    const CliResult reopen = runCli({u"-b"_s, batch});
     ASSERT_EQ(reopen.status, 0) << reopen.err.toStdString();
     EXPECT_TRUE(reopen.out.contains(u"Shot.0002.EXR -> Shot.0001.EXR"_s))
         << reopen.out.toStdString();
 }
 
+// Bad arguments, and an apply that cannot go ahead, say so in one line with status 2.
 TEST(Cli, UsageErrorsExitWithTwoAndOneLine) {
     TempTree t;
+    t.file(u"A"_s);
     const QStringList bad[] = {
-        {u"-t"_s, u"sparkle"_s, t.path()},
-        {u"-t"_s, u"27"_s, t.path()},
-        {u"-t"_s, u"pad"_s, u"-s"_s, u"padLength"_s, t.path()},
-        {u"-t"_s, u"pad"_s, u"-s"_s, u"find=x"_s, t.path()},
-        {u"-t"_s, u"find-replace"_s, u"-s"_s, u"regex=maybe"_s, t.path()},
-        {u"-b"_s, t(u"missing.sqb"_s)},
-        {u"--no-such-option"_s},
-        {u"-t"_s, u"check-gaps"_s, u"--apply"_s, t.path()},
+        words(u"-t sparkle DIR"_s),
+        words(u"-t 27 DIR"_s),
+        words(u"-t pad -s padLength DIR"_s),
+        words(u"-t pad -s find=x DIR"_s),
+        words(u"-t find-replace -s regex=maybe DIR"_s),
+        words(u"-b DIR/missing.sqb"_s),
+        words(u"--no-such-option"_s),
+        words(u"-t check-gaps --apply DIR"_s),
+        words(u"-t lower --apply -y --conflict-action 3 DIR"_s),
+        words(u"-t lower --apply DIR"_s), // no terminal to confirm on, no -y
+        words(u"--undo DIR/A"_s),         // no rename journal
     };
-    for (const QStringList& args : bad) {
-        const CliResult r = cli(args);
+    for (QStringList args : bad) {
+        args.replaceInStrings(u"DIR"_s, t.path());
+        const CliResult r = runCli(args);
         EXPECT_EQ(r.status, 2) << args.join(u' ').toStdString();
         EXPECT_EQ(r.err.trimmed().count(u'\n'), 0) << r.err.toStdString();
         EXPECT_TRUE(r.err.startsWith(u"seqmate-cli: "_s)) << r.err.toStdString();
     }
+    EXPECT_EQ(t.list(), QStringList{u"A"_s});
 }
 } // namespace

@@ -6,7 +6,6 @@
 #include <QMutex>
 #include <QStringList>
 #include <atomic>
-#include <functional>
 
 // A DocumentView for tests: records what the engine shows and answers
 // blocking alerts from a script (the default button when the script is empty).
@@ -34,12 +33,10 @@ public:
     void startProgress(int maximum) override {
         QMutexLocker l(&m_mutex);
         progressEvents.append(QStringLiteral("start:%1").arg(maximum));
-        if (onStartProgress) onStartProgress();
     }
     void incrementProgress() override {
         QMutexLocker l(&m_mutex);
         ++progressSteps;
-        if (onIncrement) onIncrement(progressSteps);
     }
     void endProgress() override {
         QMutexLocker l(&m_mutex);
@@ -64,8 +61,6 @@ public:
     QStringList spinnerEvents;
     QStringList progressEvents;
     int progressSteps = 0;
-    std::function<void()> onStartProgress;
-    std::function<void(int)> onIncrement; // called with the step count, under the lock
     std::atomic<int> reloadsWaited{0};
     std::atomic<int> reloadsPosted{0};
     std::atomic<bool> renameEnabled{false};

@@ -15,9 +15,7 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-QVariant parse(const QByteArray& data, QString* error = nullptr) {
-    return PropertyList::fromData(data, error);
-}
+using PropertyList::fromData;
 
 QByteArray wrap(const QByteArray& body) {
     return "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<plist version=\"1.0\">" + body +
@@ -52,7 +50,7 @@ void fuzz(const QByteArray& good, int rounds, int flips, int from = 0) {
         QByteArray bad = good;
         for (int k = 0; k < flips; ++k)
             bad[from + random->bounded(int(bad.size()) - from)] = char(random->bounded(256));
-        parse(bad);
+        fromData(bad);
     }
 }
 
@@ -86,12 +84,12 @@ TEST(PropertyListTest, integerTextTable) {
         {"18446744073709551615", std::numeric_limits<qulonglong>::max()},
         {"-9223372036854775808", std::numeric_limits<qlonglong>::min()}};
     for (const auto& [text, expected] : cases) {
-        const QVariant v = parse(wrap(QByteArray("<integer>") + text + "</integer>"));
+        const QVariant v = fromData(wrap(QByteArray("<integer>") + text + "</integer>"));
         EXPECT_EQ(v.typeId(), expected.typeId()) << text;
         EXPECT_EQ(v, expected) << text;
     }
     for (const char* refused : {"18446744073709551616", "-9223372036854775809", "12a", "1.5", ""})
-        EXPECT_FALSE(parse(wrap(QByteArray("<integer>") + refused + "</integer>")).isValid());
+        EXPECT_FALSE(fromData(wrap(QByteArray("<integer>") + refused + "</integer>")).isValid());
 }
 
 TEST(PropertyListTest, malformedInputGivesAnErrorNotACrash) {
@@ -107,7 +105,7 @@ TEST(PropertyListTest, malformedInputGivesAnErrorNotACrash) {
         cases << wrap(body);
     for (const QByteArray& data : cases) {
         QString error;
-        EXPECT_FALSE(parse(data, &error).isValid()) << data.left(80).constData();
+        EXPECT_FALSE(fromData(data, &error).isValid()) << data.left(80).constData();
         EXPECT_FALSE(error.isEmpty()) << data.left(80).constData();
     }
     QString error;
@@ -164,19 +162,19 @@ TEST(PropertyListTest, hostileBinaryInputIsRefused) {
             plist_array_append_item(at, plist_new_array());
         return binary(root);
     };
-    EXPECT_TRUE(parse(nested(100)).isValid());
+    EXPECT_TRUE(fromData(nested(100)).isValid());
     QString error;
-    EXPECT_FALSE(parse(nested(600), &error).isValid());
+    EXPECT_FALSE(fromData(nested(600), &error).isValid());
     EXPECT_FALSE(error.isEmpty());
     const QByteArray good = nested(3);
-    EXPECT_FALSE(parse(good.left(good.size() - 5)).isValid());
+    EXPECT_FALSE(fromData(good.left(good.size() - 5)).isValid());
     // An array holding itself (one object, referring to object 0), its offset table and trailer.
-    EXPECT_FALSE(parse(QByteArray("bplist00\xa1\x00\x08"
-                                  "\0\0\0\0\0\0\x01\x01"
-                                  "\0\0\0\0\0\0\0\x01"
-                                  "\0\0\0\0\0\0\0\0"
-                                  "\0\0\0\0\0\0\0\x0a",
-                                  43))
+    EXPECT_FALSE(fromData(QByteArray("bplist00\xa1\x00\x08"
+                                     "\0\0\0\0\0\0\x01\x01"
+                                     "\0\0\0\0\0\0\0\x01"
+                                     "\0\0\0\0\0\0\0\0"
+                                     "\0\0\0\0\0\0\0\x0a",
+                                     43))
                      .isValid());
 
     plist_t dict = plist_new_dict();

@@ -6,7 +6,6 @@
 
 #include <QCoreApplication>
 #include <QDateTime>
-#include <QSettings>
 
 #include <csignal>
 #include <pwd.h>
@@ -19,10 +18,6 @@ namespace {
 
 const QString app = u"Probe"_s, crashName = u"Probe_2011-03-03-140509_h.crash"_s;
 
-QSettings defaults() {
-    return QSettings(u"Corvane"_s, QCoreApplication::applicationName());
-}
-
 class QXBugReporterTest : public SupportTest {
 protected:
     void SetUp() override {
@@ -31,7 +26,6 @@ protected:
             opened.append(report);
             return true;
         });
-        defaults().clear();
     }
     void TearDown() override {
         QXBugReporter::setReportHandler(nullptr);
@@ -39,7 +33,6 @@ protected:
         for (const char16_t* kind : {u"DiagnosticReports", u"CrashReporter"})
             QDir(folder(QString::fromUtf16(kind))).removeRecursively();
         QFile::remove(QXLocalPaths::vendorPreferencesPath());
-        defaults().clear();
     }
     static QString folder(const QString& kind) {
         return QXLocalPaths::logDirectory(true) + u'/' + kind;
@@ -99,8 +92,6 @@ TEST_F(QXBugReporterTest, aCrashIsReportedOnceAndTheLaunchIsRecorded) {
     QCoreApplication::processEvents();
     EXPECT_EQ(told, QStringList{crash});
     EXPECT_TRUE(currentLogText().contains(u" - Application crashed on last launch"_s));
-    const QDateTime launch = PropertyList::readFile(plist).toMap().value(u"launch"_s).toDateTime();
-    EXPECT_LE(qAbs(launch.secsTo(QDateTime::currentDateTime())), 2);
 
     // The new launch is later than the report: the same crash is not reported again.
     QXBugReporter::startBugReporter(app, plist);
@@ -140,21 +131,6 @@ TEST_F(QXBugReporterTest, theCrashReporterCanBeSwitchedOffForTheVendorsApplicati
         EXPECT_EQ(console.contains(u"Crash reporter disabled"_s), disabled);
     }
     EXPECT_TRUE(currentLogText().contains(u" - Crash reporter disabled"_s));
-}
-
-TEST_F(QXBugReporterTest, theUserDefaultsHoldTheRecordWhenNoFileIsGiven) {
-    QXBugReporter::startBugReporterWithDelegate(nullptr);
-    QXBugReporter::stopBugReporter();
-    QSettings settings = defaults();
-    EXPECT_TRUE(settings.value(u"launch"_s).toDateTime().isValid());
-    EXPECT_TRUE(settings.value(u"exit"_s).toDateTime().isValid());
-
-    const QString crash =
-        report(QCoreApplication::applicationName() + u"_2011-03-03-140509_h.crash"_s);
-    settings.setValue(u"launch"_s, QDateTime::currentDateTime().addSecs(-60));
-    settings.setValue(u"exit"_s, QDateTime::currentDateTime().addSecs(-90));
-    settings.sync();
-    EXPECT_EQ(QXBugReporter::checkForCrashes(), crash);
 }
 
 TEST_F(QXBugReporterTest, aRecordInAUsersHomeIsGivenBackToThatUser) {

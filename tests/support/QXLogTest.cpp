@@ -66,7 +66,6 @@ TEST_F(QXLogTest, newLogHasTheHeaderThenOneTrimmedLinePerMessage) {
     EXPECT_EQ(lines[6], QString());
     // The header is not counted.
     EXPECT_EQ(QXLog::sharedController().bytesWritten(), quint64(lines[5].toUtf8().size() + 1));
-    EXPECT_EQ(QXLog::sharedController().bytesInQueue(), 0u);
 
     QXLog::appendLog(u"   \n"_s);
     QXLog::appendLogAndPrint(u" missing path /x \n"_s);
@@ -127,11 +126,10 @@ TEST_F(QXLogTest, fiveGenerationsRotateSkippingGapsAndAFailedMoveStopsThem) {
             writeFile(logPath(it.key()), it.value());
         QXLog::createNewLog();
         EXPECT_TRUE(readText(logPath(1)).startsWith(u"Log started: "_s));
-        for (int n = 2; n <= 6; ++n)
-            EXPECT_EQ(readText(logPath(n)), QString::fromUtf8(c.after.value(n))) << n;
-        EXPECT_EQ(
-            QDir(QXLog::logFolder()).entryList(QDir::NoDotAndDotDot | QDir::AllEntries).size(),
-            c.after.size() + 1);
+        for (int n = 2; n <= 6; ++n) // the sixth never exists
+            EXPECT_EQ(QFileInfo::exists(logPath(n)), c.after.contains(n)) << n;
+        for (auto it = c.after.begin(); it != c.after.end(); ++it)
+            EXPECT_EQ(readText(logPath(it.key())), QString::fromUtf8(it.value())) << it.key();
     }
 
     // A failed move, or a file where the folder belongs, stops the new log.

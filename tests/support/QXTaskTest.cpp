@@ -21,10 +21,8 @@ int entries(const QString& folder) {
 }
 const QString fds = u"/proc/self/fd"_s, threads = u"/proc/self/task"_s;
 
-// A joined thread can stay listed for a moment: the kernel wakes the joiner
-// before it takes the thread out of /proc. So a count may be one too high,
-// the one taken before as well as the one after, and the check is that the
-// count comes down to at most the earlier one: a leaked thread never does.
+// A joined thread can stay listed in /proc for a moment, so the count need
+// only come down to the earlier one: a leaked thread never does.
 bool threadsSettleAtMost(int count) {
     return waitFor([count] { return entries(threads) <= count; });
 }
@@ -112,13 +110,6 @@ TEST_F(QXTaskTest, timeoutsAreWholeSecondsSoHalfASecondFiresAtOnce) {
     EXPECT_GE(clock.elapsed(), 900);
     EXPECT_LT(clock.elapsed(), 1900);
 
-    clock.restart(); // a finished call wakes and joins its timer
-    console.clear();
-    for (int i = 0; i < 20; ++i)
-        EXPECT_EQ(QXTask::terminationCodeFromTask(trueTool, {}, 30.0), 0);
-    EXPECT_LT(clock.elapsed(), 5000);
-    EXPECT_TRUE(console.lines().isEmpty());
-
     // A child that ignores the termination is killed after its grace.
     QXTask::setTerminateGraceMilliseconds(300);
     clock.restart();
@@ -205,8 +196,8 @@ TEST_F(QXTaskTest, aThousandTasksLeaveNoDescriptorsZombiesOrThreads) {
         [] { QXTask::runTask(trueTool, {}); },
         [] { QXTask::terminationCodeFromTask(trueTool, {}); },
         [] { QXTask::dataFromTask(u"/bin/echo"_s, {u"x"_s}); },
-        [] { QXTask::terminationCodeFromTask(trueTool, {}, 5.0); },
-        [] { QXTask::runTaskAndReturn(trueTool, {}); }, // forks twice: the slow one
+        [] { QXTask::terminationCodeFromTask(trueTool, {}, 5.0); }, // wakes its timer at the end
+        [] { QXTask::runTaskAndReturn(trueTool, {}); },             // forks twice: the slow one
     };
     const int pick[10] = {0, 0, 0, 1, 1, 2, 2, 2, 3, 4};
     for (int i = 0; i < 1000; ++i)
