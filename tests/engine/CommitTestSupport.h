@@ -60,6 +60,16 @@ protected:
     static void propose(const FileItemPtr& item, const QString& name) {
         item->setComponents({NameComponent::filename(name)});
     }
+    // The batch of the first names, each proposed to become the second.
+    FileList renaming(const QList<QPair<QString, QString>>& renames) {
+        QStringList names;
+        for (const auto& r : renames)
+            names.append(r.first);
+        const FileList f = batch(names);
+        for (qsizetype i = 0; i < renames.size(); ++i)
+            propose(f[i], renames[i].second);
+        return f;
+    }
     // The messages the log holds (time stamps cut off).
     static QStringList logMessages() {
         QXLog::finishWriting();
@@ -81,7 +91,16 @@ protected:
         return QString();
     }
 
+    // Records whether the progress sheet was up when each alert came.
+    struct SheetView : RecordingView {
+        int alert(const AlertRequest& r) override {
+            sheetUp.append(progressEvents.size() == 1);
+            return RecordingView::alert(r);
+        }
+        QList<bool> sheetUp;
+    };
+
     TempTree tree;
-    RecordingView view;
+    SheetView view;
     MyDocument doc{&view};
 };
