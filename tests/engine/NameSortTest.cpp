@@ -37,22 +37,31 @@ TEST(MyDocumentSort, ByWhatTheNameColumnShowsInNaturalOrder) {
     EXPECT_EQ(sortedByName(full, 1), QStringList({u"/s/x9/c.1"_s, u"/s/x10/b.1"_s, u"~/z/a.1"_s}));
 }
 
-TEST(MyDocumentSort, ReloadsClearsTheSelectionAndRefreshesOnlyRenumbering) {
+// Sorting and dropping rows reload the table and clear the selection; of the
+// previews only the renumbering one depends on the order, so only it is redone.
+TEST(MyDocumentSort, SortsAndDropsRefreshOnlyTheRenumberPreview) {
     RecordingView view;
     MyDocument doc(&view);
     for (int i : {3, 1, 2})
         doc.addFileToList(u"/s/f.%1.exr"_s.arg(i));
     doc.setSelectedTag(21);
     doc.sortByName();
-    doc.waitForPreviews();
-    EXPECT_EQ(view.spinnerEvents.count(u"preview:start"_s), 0);
     EXPECT_EQ(view.reloadsWaited, 1);
     EXPECT_EQ(view.selectionCleared, 1);
+    EXPECT_TRUE(doc.acceptRowDrop({2}, 0));
+    doc.waitForPreviews();
+    EXPECT_EQ(view.spinnerEvents.count(u"preview:start"_s), 0);
+    EXPECT_EQ(view.selectionCleared, 2);
+    EXPECT_EQ(doc.fileInQueue(u"/s/f.3.exr"_s), doc.fileArray().first());
     doc.setSelectedTag(7);
     doc.sortByName(true);
     doc.waitForPreviews();
     EXPECT_EQ(view.spinnerEvents.count(u"preview:start"_s), 1);
     EXPECT_EQ(doc.objectValue(MyDocument::Column::Filename, 0), u"f.3.exr"_s);
+    EXPECT_TRUE(doc.acceptRowDrop({0}, 3));
+    doc.waitForPreviews();
+    EXPECT_EQ(view.spinnerEvents.count(u"preview:start"_s), 2);
     EXPECT_EQ(doc.itemAt(3), nullptr);
+    EXPECT_FALSE(doc.acceptFileDrop(u"not a list"_s));
 }
 } // namespace
