@@ -49,13 +49,6 @@ TEST_F(CommitTest, RenamesEveryChangedFileAndRekeysTheItems) {
     EXPECT_EQ(j->steps[1].state, RenameJournal::State::Done);
 }
 
-TEST_F(CommitTest, NothingToMoveWritesNoJournal) {
-    batch({u"a.jpg"_s});
-    EXPECT_TRUE(doc.copyFiles());
-    EXPECT_TRUE(doc.lastJournalPath().isEmpty());
-    EXPECT_TRUE(RenameJournal::list().isEmpty());
-}
-
 TEST_F(CommitTest, BlankNameFailsAndShowsTheSummaryOverTheProgressSheet) {
     renaming({{u"a.jpg"_s, QString()}, {u"b.jpg"_s, u"c.jpg"_s}});
 
@@ -114,7 +107,8 @@ TEST_F(CommitTest, SwappingTwoBatchFilesMovesTheSecondAsideFirst) {
 struct ConflictCase {
     int action;
     bool renamed;         // the batch file got its new name
-    const char* leftover; // pattern of where the foreign file is, relative to the tree
+    QString folder;       // where the foreign file is, relative to the tree
+    const char* leftover; // and the pattern of its name; none when it is gone
 };
 
 class ConflictActionTest : public CommitFixture,
@@ -129,15 +123,12 @@ TEST_P(ConflictActionTest, ForeignFileAtTheTarget) {
     EXPECT_EQ(doc.copyFiles(), c.renamed);
     EXPECT_EQ(tree.read(u"y.txt"_s), c.renamed ? "x.txt" : "foreign");
     if (c.leftover[0]) {
-        const QString pattern = QString::fromUtf8(c.leftover).replace(u"STAMP"_s, stamp());
-        const QString folder = QXFileItem::deletingLastPathComponent(pattern);
-        const QString found = entryMatching(folder == u'/' ? QString() : folder,
-                                            QXFileItem::lastPathComponent(pattern));
-        ASSERT_FALSE(found.isEmpty()) << pattern.toStdString();
-        EXPECT_EQ(tree.read(folder.isEmpty() ? found : folder + u'/' + found), "foreign");
-    }
-    if (c.action == 2) {
-        EXPECT_EQ(tree.list(), QStringList{u"y.txt"_s});
+        const QString found =
+            entryMatching(c.folder, QString::fromUtf8(c.leftover).replace(u"STAMP"_s, stamp()));
+        ASSERT_FALSE(found.isEmpty()) << c.leftover;
+        EXPECT_EQ(tree.read(c.folder.isEmpty() ? found : c.folder + u'/' + found), "foreign");
+    } else if (c.renamed) {
+        EXPECT_EQ(tree.list(), QStringList{u"y.txt"_s}); // trashed
     }
     if (!c.renamed) {
         EXPECT_EQ(doc.lastFailedNames(), QStringList{u"x.txt"_s});
@@ -148,10 +139,15 @@ TEST_P(ConflictActionTest, ForeignFileAtTheTarget) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Actions, ConflictActionTest,
-                         ::testing::Values(ConflictCase{0, true, "Conflicting files/y\\.txt"},
-                                           ConflictCase{1, true, "y_STAMP\\.txt"},
-                                           ConflictCase{2, true, ""}, ConflictCase{5, false, ""},
-                                           ConflictCase{-1, false, ""}));
+                         ::testing::Values(ConflictCase{0, true, u"Conflicting files"_s, "y\\.txt"},
+                                           ConflictCase{1, true, {}, "y_STAMP\\.txt"},
+                                           ConflictCase{2, true, {}, ""},
+                                           ConflictCase{5, false, {}, ""},
+                                           ConflictCase{-1, false, {}, ""}),
+                         [](const ::testing::TestParamInfo<ConflictCase>& i) {
+                             const int a = i.param.action;
+                             return a < 0 ? std::string("Negative") : "Action" + std::to_string(a);
+                         });
 
 TEST_F(CommitTest, DatedNameForASecondCollisionAndForANameWithoutExtension) {
     renaming({{u"x.txt"_s, u"y.txt"_s}});
@@ -304,8 +300,10 @@ TEST_F(StartProcessingTest, RenameCompleteReportsTheAnnouncedCount) {
     EXPECT_EQ(view.alerts[0].messageText, u"Rename complete"_s);
     EXPECT_EQ(view.alerts[0].informativeText, u"7 files renamed."_s);
     EXPECT_EQ(view.sheetUp, QList<bool>{false});
-    doc.startProcessing(1);
+    doc.startProcessing(1); // nothing left to move: no journal either
     EXPECT_EQ(view.alerts.last().informativeText, u"1 file renamed."_s);
+    EXPECT_TRUE(doc.lastJournalPath().isEmpty());
+    EXPECT_EQ(RenameJournal::list().size(), 1);
     // A tag without a task runs the sheet and shows no completion.
     doc.setSelectedTag(8);
     doc.startProcessing(1);
@@ -371,15 +369,12 @@ TEST_F(StartProcessingTest, LargeBatchEditsOnTwoThreads) {
         names.append(u"F%1.JPG"_s.arg(i, 4, 10, QChar(u'0')));
     const FileList f = batch(names);
     for (const QString& last : {u"F1000.JPG"_s, u"F4099.JPG"_s}) {
-        std::atomic<int> edits{0};
         EXPECT_FALSE(doc.runTaskContract(
             "-[Test edit]", {}, f,
             [&](QXFileItem& t) {
-                ++edits;
                 if (t.fileName() == last) throw std::runtime_error("edit refused");
             },
             false, MyDocument::EditScope::Item));
-        EXPECT_LE(edits.load(), 4100);
         EXPECT_EQ(tree.list(), names);
     }
     EXPECT_TRUE(logMessages().join(u'\n').contains(u"edit refused"_s));
