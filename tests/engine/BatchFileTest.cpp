@@ -117,25 +117,21 @@ TEST(BatchFile, BadFilesGiveAnEmptyBatch) {
     TempTree t;
     const QByteArray xmlHead =
         "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<plist version=\"1.0\">\n";
-    const struct {
-        const char* name;
-        QByteArray content;
-    } cases[] = {
-        {"text.sqb", "this is not a property list"},
-        {"truncated.sqb", xmlHead + "<dict><key>files</key><array><string>/a/b"},
-        {"wrongtypes.sqb",
-         xmlHead + "<dict><key>files</key><string>/a/b</string><key>selectedAction</key>"
-                   "<string>x</string><key>settings</key><array/></dict></plist>"},
-        {"array.sqb", xmlHead + "<array><string>/a/b</string></array></plist>"},
-        {"empty.sqb", ""},
+    const QByteArray contents[] = {
+        "this is not a property list",
+        xmlHead + "<dict><key>files</key><array><string>/a/b",
+        xmlHead + "<dict><key>files</key><string>/a/b</string><key>selectedAction</key>"
+                  "<string>x</string><key>settings</key><array/></dict></plist>",
+        xmlHead + "<array><string>/a/b</string></array></plist>",
+        "",
     };
-    for (const auto& c : cases) {
-        const QString file = t.file(QString::fromLatin1(c.name), c.content);
+    for (const QByteArray& content : contents) {
+        SCOPED_TRACE(content.toStdString());
         MyDocument doc;
         QString problem;
-        EXPECT_TRUE(doc.readFromURL(file, &problem)) << c.name;
-        EXPECT_FALSE(problem.isEmpty()) << c.name; // said to a caller who asks
-        EXPECT_EQ(doc.fileCount(), 0) << c.name;
+        EXPECT_TRUE(doc.readFromURL(t.file(u"bad.sqb"_s, content), &problem));
+        EXPECT_FALSE(problem.isEmpty()); // said to a caller who asks
+        EXPECT_EQ(doc.fileCount(), 0);
         doc.windowControllerDidLoadNib();
         doc.waitForPreviews();
     }
