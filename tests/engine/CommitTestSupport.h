@@ -29,11 +29,9 @@ protected:
         QXLog::sharedController().setAppName(u"CommitTest"_s);
         QXLog::createNewLog(u"CommitTest"_s);
         QDir(RenameJournal::folder()).removeRecursively();
-        Preferences::setConflictActionOverride(std::nullopt);
         Preferences::setConflictAction(0);
-        FileMover::setFaultHook({});
-        FileMover::setForceFallbackForTesting(false);
     }
+    // Hooks and overrides are cleared after each test: the task tests commit too.
     void TearDown() override {
         FileMover::setFaultHook({});
         FileMover::setForceFallbackForTesting(false);
