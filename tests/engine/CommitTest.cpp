@@ -84,6 +84,7 @@ TEST_F(CommitTest, SwappingTwoBatchFilesMovesTheSecondAsideFirst) {
     const FileList f = renaming({{u"a.txt"_s, u"b.txt"_s}, {u"b.txt"_s, u"a.txt"_s}});
 
     EXPECT_TRUE(doc.copyFiles());
+    EXPECT_EQ(tree.list(), (QStringList{u"a.txt"_s, u"b.txt"_s})); // nothing left aside
     EXPECT_EQ(tree.read(u"b.txt"_s), "a.txt");
     EXPECT_EQ(tree.read(u"a.txt"_s), "b.txt");
     EXPECT_EQ(f[1]->fileName(), u"a.txt"_s);
