@@ -410,10 +410,7 @@ TEST_F(StartProcessingTest, CommitFromCurrentPreviewsRenamesAsTheTaskWould) {
         QStringList outcome[2];
         for (const bool fromPreviews : {false, true}) {
             const QString folder = u"%1-%2/"_s.arg(c.tag).arg(fromPreviews);
-            QStringList paths;
-            for (const QString& n : c.names)
-                paths.append(folder + n);
-            batch(paths);
+            batch(c.names, folder);
             doc.setSelectedTag(c.tag);
             for (const auto& [key, value] : c.settings)
                 doc.setFieldText(MyDocument::settingField(c.tag, key).outlet, value);

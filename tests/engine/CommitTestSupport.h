@@ -41,10 +41,12 @@ protected:
         QXLocalPaths::setUserIdForTesting(std::nullopt);
     }
 
-    // Files of the tree (content: their own name) become the batch, in order.
-    FileList batch(const QStringList& names) {
+    // Files of the tree (content: their own name) become the batch, in order;
+    // a folder of the tree may be put before every name.
+    FileList batch(const QStringList& names, const QString& folder = {}) {
         FileList files;
-        for (const QString& n : names) {
+        for (QString n : names) {
+            n.prepend(folder);
             const QString path =
                 n.endsWith(u'/') ? tree.dir(n.chopped(1)) : tree.file(n, n.toUtf8());
             FileItemPtr item = QXFileItem::fileItemWithFile(path);

@@ -12,18 +12,14 @@ protected:
                                               TaskRun::Nanoseconds budget = {},
                                               TaskRun::Clock clock = {}) {
         ConsoleLines quiet; // the exception lines are the log's business here
-        MyDocument doc;
-        FileList files;
-        for (const QString& n : names)
-            files.append(QXFileItem::fileItemWithFile(u"/tmp/x/"_s + n));
-        doc.setFileArray(files);
-        doc.setSelectedTag(tag);
+        TaskDoc t(names);
+        t.doc.setSelectedTag(tag);
         for (auto it = fields.cbegin(); it != fields.cend(); ++it)
-            doc.setFieldText(it.key(), it.value());
-        doc.setCheckState(Outlet::findRegExCheck, 1);
-        if (budget.count() > 0 || clock) doc.setPreviewMatchBudget(budget, clock);
-        doc.generatePreviewsOnThread();
-        return doc.lastPreviewFailure();
+            t.doc.setFieldText(it.key(), it.value());
+        t.doc.setCheckState(Outlet::findRegExCheck, 1);
+        if (budget.count() > 0 || clock) t.doc.setPreviewMatchBudget(budget, clock);
+        t.doc.generatePreviewsOnThread();
+        return t.doc.lastPreviewFailure();
     }
 };
 
@@ -63,14 +59,13 @@ TEST_F(TaskFailures, PreviewFailuresNameTheirCauseAndSetting) {
 
 TEST_F(TaskFailures, ALaterPreviewClearsTheFailure) {
     ConsoleLines quiet;
-    MyDocument doc;
-    doc.setFileArray({QXFileItem::fileItemWithFile(u"/tmp/x/a.jpg"_s)});
-    doc.setSelectedTag(12);
-    doc.generatePreviewsOnThread();
-    ASSERT_TRUE(doc.lastPreviewFailure());
-    doc.setFieldText(Outlet::prefixField, u"P_"_s);
-    doc.generatePreviewsOnThread();
-    EXPECT_FALSE(doc.lastPreviewFailure());
+    TaskDoc t({u"a.jpg"_s});
+    t.doc.setSelectedTag(12);
+    t.doc.generatePreviewsOnThread();
+    ASSERT_TRUE(t.doc.lastPreviewFailure());
+    t.doc.setFieldText(Outlet::prefixField, u"P_"_s);
+    t.doc.generatePreviewsOnThread();
+    EXPECT_FALSE(t.doc.lastPreviewFailure());
 }
 
 // A clock that moves one millisecond each time it is read: ICU reads it every
