@@ -24,31 +24,6 @@ QStringList paths(const FileList& files) {
     return out;
 }
 
-TEST_F(MyDocumentList, FolderAddsEveryVisibleFileAtAnyDepthButNotItself) {
-    TempTree t;
-    t.file(u"seq/a.0001.exr"_s);
-    t.file(u"seq/sub/deeper/b.0001.exr"_s);
-    t.file(u"seq/.DS_Store"_s);
-    t.file(u"seq/.hidden/c.exr"_s);
-    t.file(u"seq/sub/.d.exr"_s);
-    t.dir(u"seq/empty"_s);
-    MyDocument doc;
-    doc.addFileToList(t(u"seq"_s));
-    QStringList got = paths(doc.fileArray());
-    got.sort();
-    EXPECT_EQ(got, QStringList({t(u"seq/a.0001.exr"_s), t(u"seq/sub/deeper/b.0001.exr"_s)}));
-    doc.addFileToList(t(u"seq"_s));
-    EXPECT_EQ(doc.fileCount(), 2); // nothing new the second time
-    doc.addFileToList(t(u"seq/.DS_Store"_s));
-    EXPECT_EQ(doc.fileCount(), 2); // hidden files are never added, even by name
-    // A path that does not exist is still an item, under a file too.
-    t.file(u"blocker"_s);
-    doc.addFileToList(t(u"nowhere/shot.0001.exr"_s));
-    doc.addFileToList(t(u"blocker/inside.txt"_s));
-    ASSERT_EQ(doc.fileCount(), 4);
-    EXPECT_EQ(doc.fileArray()[2]->paddingLength(), 4u);
-}
-
 // A folder large enough to be taken in on two threads: every visible file
 // once, in natural name order after those already there, each found by its path.
 TEST_F(MyDocumentList, LargeFolderAddsEachFileOnceInNaturalOrder) {
@@ -77,12 +52,14 @@ TEST_F(MyDocumentList, LargeFolderAddsEachFileOnceInNaturalOrder) {
 
 // Folders are entries like files: depth first, each folder's entries in
 // natural order (numbers by value, then case, then a fixed order for names
-// the collator holds equal).
-TEST_F(MyDocumentList, FoldersGoDepthFirstInNaturalOrder) {
+// the collator holds equal). Hidden entries and the folders themselves stay out.
+TEST_F(MyDocumentList, FolderAddsEveryVisibleFileDepthFirstInNaturalOrder) {
     TempTree t;
-    for (const char* name : {"f/shot.10.exr", "f/shot.9.exr", "f/x/1.txt", "f/x/y/2.txt",
-                             "f/shot.1.exr", "f/z.txt", "f/Shot.1.exr", "f/x/10.txt"})
+    for (const char* name :
+         {"f/shot.10.exr", "f/shot.9.exr", "f/x/1.txt", "f/x/y/2.txt", "f/shot.1.exr", "f/z.txt",
+          "f/Shot.1.exr", "f/x/10.txt", "f/.DS_Store", "f/.hidden/c.exr", "f/x/.d.exr"})
         t.file(QString::fromUtf8(name));
+    t.dir(u"f/empty"_s);
     const QString nfc = u"f/\u00e9.txt"_s, nfd = u"f/e\u0301.txt"_s;
     t.file(nfc);
     t.file(nfd);
@@ -100,6 +77,14 @@ TEST_F(MyDocumentList, FoldersGoDepthFirstInNaturalOrder) {
                                   t(u"f/x/y/2.txt"_s),
                                   t(u"f/z.txt"_s)};
     EXPECT_EQ(paths(doc.fileArray()), expected);
+    doc.addFileToList(t(u"f"_s));           // nothing new the second time
+    doc.addFileToList(t(u"f/.DS_Store"_s)); // hidden files are never added, even by name
+    EXPECT_EQ(doc.fileCount(), 10);
+    // A path that does not exist is still an item, under a file too.
+    doc.addFileToList(t(u"nowhere/shot.0001.exr"_s));
+    doc.addFileToList(t(u"f/z.txt/inside.txt"_s));
+    ASSERT_EQ(doc.fileCount(), 12);
+    EXPECT_EQ(doc.fileArray()[10]->paddingLength(), 4u);
 }
 
 // A folder of one sequence is ordered without the collator: the same order
