@@ -111,6 +111,9 @@ struct ConflictCase {
     QString folder;       // where the foreign file is, relative to the tree
     const char* leftover; // and the pattern of its name; none when it is gone
 };
+void PrintTo(const ConflictCase& c, std::ostream* os) {
+    *os << "action " << c.action;
+}
 
 class ConflictActionTest : public CommitFixture,
                            public ::testing::WithParamInterface<ConflictCase> {};
@@ -196,6 +199,9 @@ struct FaultCase {
     const char* proposed;
     const char* message; // %1 the tree; the error is EIO
 };
+void PrintTo(const FaultCase& c, std::ostream* os) {
+    *os << c.name;
+}
 
 class CommitFaultTest : public CommitFixture, public ::testing::WithParamInterface<FaultCase> {};
 

@@ -24,6 +24,9 @@ struct ParseCase {
     const char* components;
     quint32 padding;
 };
+void PrintTo(const ParseCase& c, std::ostream* os) {
+    *os << c.name;
+}
 
 class ParseTest : public ::testing::TestWithParam<ParseCase> {};
 
