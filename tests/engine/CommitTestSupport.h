@@ -29,11 +29,9 @@ protected:
         QXLog::sharedController().setAppName(u"CommitTest"_s);
         QXLog::createNewLog(u"CommitTest"_s);
         QDir(RenameJournal::folder()).removeRecursively();
-        Preferences::setConflictActionOverride(std::nullopt);
         Preferences::setConflictAction(0);
-        FileMover::setFaultHook({});
-        FileMover::setForceFallbackForTesting(false);
     }
+    // Hooks and overrides are cleared after each test: the task tests commit too.
     void TearDown() override {
         FileMover::setFaultHook({});
         FileMover::setForceFallbackForTesting(false);
@@ -43,10 +41,12 @@ protected:
         QXLocalPaths::setUserIdForTesting(std::nullopt);
     }
 
-    // Files of the tree (content: their own name) become the batch, in order.
-    FileList batch(const QStringList& names) {
+    // Files of the tree (content: their own name) become the batch, in order;
+    // a folder of the tree may be put before every name.
+    FileList batch(const QStringList& names, const QString& folder = {}) {
         FileList files;
-        for (const QString& n : names) {
+        for (QString n : names) {
+            n.prepend(folder);
             const QString path =
                 n.endsWith(u'/') ? tree.dir(n.chopped(1)) : tree.file(n, n.toUtf8());
             FileItemPtr item = QXFileItem::fileItemWithFile(path);
@@ -59,6 +59,16 @@ protected:
     // What a task in commit mode leaves: the item's components spell the new name.
     static void propose(const FileItemPtr& item, const QString& name) {
         item->setComponents({NameComponent::filename(name)});
+    }
+    // The batch of the first names, each proposed to become the second.
+    FileList renaming(const QList<QPair<QString, QString>>& renames) {
+        QStringList names;
+        for (const auto& r : renames)
+            names.append(r.first);
+        const FileList f = batch(names);
+        for (qsizetype i = 0; i < renames.size(); ++i)
+            propose(f[i], renames[i].second);
+        return f;
     }
     // The messages the log holds (time stamps cut off).
     static QStringList logMessages() {
@@ -81,7 +91,16 @@ protected:
         return QString();
     }
 
+    // Records whether the progress sheet was up when each alert came.
+    struct SheetView : RecordingView {
+        int alert(const AlertRequest& r) override {
+            sheetUp.append(progressEvents.size() == 1);
+            return RecordingView::alert(r);
+        }
+        QList<bool> sheetUp;
+    };
+
     TempTree tree;
-    RecordingView view;
+    SheetView view;
     MyDocument doc{&view};
 };

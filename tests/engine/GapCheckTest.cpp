@@ -31,8 +31,6 @@ TEST_F(GapCheck, ReportsMissingRunsInFrameOrder) {
                            : u"Frame number gaps were found at the following locations:\n"_s +
                                  gaps.join(u'\n');
         EXPECT_EQ(report->gaps, gaps);
-        EXPECT_EQ(report->messageText, message);
-        EXPECT_EQ(report->informativeText, informative);
         const QList<AlertRequest> alerts = t.view.alertsSnapshot();
         ASSERT_EQ(alerts.size(), 1);
         EXPECT_EQ(alerts[0].messageText, message);
@@ -43,19 +41,14 @@ TEST_F(GapCheck, ReportsMissingRunsInFrameOrder) {
     }
 }
 
-TEST_F(GapCheck, LogsTheWalkAndReadsTheItemsNotTheirPreviews) {
-    const QStringList lines =
-        names("Checking for gaps...|gap: 5 should be 2|Gap checking complete");
-    QList<qsizetype> before;
-    for (const QString& l : lines)
-        before.append(logCount(l));
+TEST_F(GapCheck, ReadsTheItemsNotTheirPreviewsAndLogsEachGap) {
+    const qsizetype before = logCount(u"gap: 5 should be 2"_s);
     TaskDoc t(names("s.1.exr|s.5.exr"));
     t.files[1]->previewObject()->setFrameNumber(QVariant::fromValue<qulonglong>(2));
     const auto report = t.doc.checkFrameGaps();
     ASSERT_TRUE(report.has_value());
     EXPECT_EQ(report->gaps, QStringList{u"2-4"_s});
-    for (qsizetype i = 0; i < lines.size(); ++i)
-        EXPECT_EQ(logCount(lines[i]), before[i] + 1);
+    EXPECT_EQ(logCount(u"gap: 5 should be 2"_s), before + 1);
 }
 
 } // namespace

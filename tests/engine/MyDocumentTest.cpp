@@ -1,39 +1,14 @@
-#include "MyDocument.h"
 #include "FileIndex.h"
 #include "FolderWalker.h"
-#include "QXLocalPaths.h"
-#include "QXLog.h"
-#include "RecordingView.h"
-#include "TempTree.h"
+#include "TaskTestSupport.h"
 
 #include <QDir>
-#include <QFile>
 #include <QSettings>
 #include <algorithm>
-#include <gtest/gtest.h>
 #include <unistd.h>
 
-using namespace Qt::Literals::StringLiterals;
-
 namespace {
-// A fresh log in the private home: as an ordinary user, so that it does not
-// go to the machine-wide folder the super-user writes to.
-class FreshLog {
-public:
-    FreshLog() {
-        QXLocalPaths::setUserIdForTesting(1000);
-        QXLog::createNewLog(u"Seqmate"_s);
-    }
-    ~FreshLog() {
-        QXLog::finishWriting();
-        QXLocalPaths::setUserIdForTesting(std::nullopt);
-    }
-    QString text() const {
-        QXLog::finishWriting();
-        QFile f(QXLog::currentLogPath());
-        return f.open(QIODevice::ReadOnly) ? QString::fromUtf8(f.readAll()) : QString();
-    }
-};
+class MyDocumentList : public LoggedTest {};
 
 QStringList names(const FileList& files) {
     QStringList out;
@@ -49,28 +24,9 @@ QStringList paths(const FileList& files) {
     return out;
 }
 
-TEST(MyDocumentList, FolderAddsEveryVisibleFileAtAnyDepthButNotItself) {
-    TempTree t;
-    t.file(u"seq/a.0001.exr"_s);
-    t.file(u"seq/sub/deeper/b.0001.exr"_s);
-    t.file(u"seq/.DS_Store"_s);
-    t.file(u"seq/.hidden/c.exr"_s);
-    t.file(u"seq/sub/.d.exr"_s);
-    t.dir(u"seq/empty"_s);
-    MyDocument doc;
-    doc.addFileToList(t(u"seq"_s));
-    QStringList got = paths(doc.fileArray());
-    got.sort();
-    EXPECT_EQ(got, QStringList({t(u"seq/a.0001.exr"_s), t(u"seq/sub/deeper/b.0001.exr"_s)}));
-    doc.addFileToList(t(u"seq"_s));
-    EXPECT_EQ(doc.fileCount(), 2); // nothing new the second time
-    doc.addFileToList(t(u"seq/.DS_Store"_s));
-    EXPECT_EQ(doc.fileCount(), 2); // hidden files are never added, even by name
-}
-
 // A folder large enough to be taken in on two threads: every visible file
 // once, in natural name order after those already there, each found by its path.
-TEST(MyDocumentList, LargeFolderAddsEachFileOnceInNaturalOrder) {
+TEST_F(MyDocumentList, LargeFolderAddsEachFileOnceInNaturalOrder) {
     TempTree t;
     for (int i = 0; i < 5000; ++i)
         t.file(u"big/f%1.txt"_s.arg(i));
@@ -96,12 +52,14 @@ TEST(MyDocumentList, LargeFolderAddsEachFileOnceInNaturalOrder) {
 
 // Folders are entries like files: depth first, each folder's entries in
 // natural order (numbers by value, then case, then a fixed order for names
-// the collator holds equal).
-TEST(MyDocumentList, FoldersGoDepthFirstInNaturalOrder) {
+// the collator holds equal). Hidden entries and the folders themselves stay out.
+TEST_F(MyDocumentList, FolderAddsEveryVisibleFileDepthFirstInNaturalOrder) {
     TempTree t;
-    for (const char* name : {"f/shot.10.exr", "f/shot.9.exr", "f/x/1.txt", "f/x/y/2.txt",
-                             "f/shot.1.exr", "f/z.txt", "f/Shot.1.exr", "f/x/10.txt"})
+    for (const char* name :
+         {"f/shot.10.exr", "f/shot.9.exr", "f/x/1.txt", "f/x/y/2.txt", "f/shot.1.exr", "f/z.txt",
+          "f/Shot.1.exr", "f/x/10.txt", "f/.DS_Store", "f/.hidden/c.exr", "f/x/.d.exr"})
         t.file(QString::fromUtf8(name));
+    t.dir(u"f/empty"_s);
     const QString nfc = u"f/\u00e9.txt"_s, nfd = u"f/e\u0301.txt"_s;
     t.file(nfc);
     t.file(nfd);
@@ -119,11 +77,19 @@ TEST(MyDocumentList, FoldersGoDepthFirstInNaturalOrder) {
                                   t(u"f/x/y/2.txt"_s),
                                   t(u"f/z.txt"_s)};
     EXPECT_EQ(paths(doc.fileArray()), expected);
+    doc.addFileToList(t(u"f"_s));           // nothing new the second time
+    doc.addFileToList(t(u"f/.DS_Store"_s)); // hidden files are never added, even by name
+    EXPECT_EQ(doc.fileCount(), 10);
+    // A path that does not exist is still an item, under a file too.
+    doc.addFileToList(t(u"nowhere/shot.0001.exr"_s));
+    doc.addFileToList(t(u"f/z.txt/inside.txt"_s));
+    ASSERT_EQ(doc.fileCount(), 12);
+    EXPECT_EQ(doc.fileArray()[10]->paddingLength(), 4u);
 }
 
 // A folder of one sequence is ordered without the collator: the same order
 // as the collator gives, leading zeros and long numbers included.
-TEST(MyDocumentList, SequenceOrderMatchesTheCollators) {
+TEST(MyDocumentOrder, SequenceOrderMatchesTheCollators) {
     const QStringList names = {u"v2.010.exr"_s, u"v2.9.exr"_s,
                                u"v2.09.exr"_s,  u"v10.1.exr"_s,
                                u"v2.0.exr"_s,   u"v2.1000000000000000000.exr"_s,
@@ -146,7 +112,7 @@ TEST(MyDocumentList, SequenceOrderMatchesTheCollators) {
               QStringList({u"v2.0.exr"_s, u"v02.9.exr"_s, u"v2.09.exr"_s, u"v2.9.exr"_s}));
 }
 
-TEST(MyDocumentList, DuplicatesAreRefusedByEveryRoute) {
+TEST_F(MyDocumentList, DuplicatesAreRefusedByEveryRoute) {
     TempTree t;
     const QString a = t.file(u"d/a.txt"_s);
     MyDocument doc;
@@ -163,7 +129,7 @@ TEST(MyDocumentList, DuplicatesAreRefusedByEveryRoute) {
 
 // Batch files may hold one path twice, and a commit re-keys renamed items:
 // every position under a hash must stay findable whichever of them goes first.
-TEST(MyDocumentList, IndexKeepsEveryPositionUnderOneHashThroughErasures) {
+TEST(MyDocumentIndex, KeepsEveryPositionUnderOneHashThroughErasures) {
     FileIndex index;
     const quint64 twice = FileIndex::hashOf(u"/a/b"_s), once = FileIndex::hashOf(u"/a/c"_s);
     index.insert(twice, 0, false);
@@ -181,34 +147,15 @@ TEST(MyDocumentList, IndexKeepsEveryPositionUnderOneHashThroughErasures) {
     };
     EXPECT_TRUE(index.hasDuplicates());
     EXPECT_EQ(candidates(twice), (QList<int>{0, 2, 3}));
-    int visited = 0;
-    index.forEachCandidate(twice, [&](int) { return ++visited == 1; });
-    EXPECT_EQ(visited, 1); // the first accepted candidate ends the search
-
     index.erase(twice, 0);
     EXPECT_EQ(candidates(twice), (QList<int>{2, 3}));
     index.erase(twice, 3);
-    index.erase(twice, 7); // not there: nothing changes
-    EXPECT_EQ(candidates(twice), QList<int>{2});
     index.erase(twice, 2);
     EXPECT_TRUE(candidates(twice).isEmpty());
     EXPECT_EQ(candidates(once), QList<int>{1});
-    index.insert(twice, 4, false);
-    EXPECT_EQ(candidates(twice), QList<int>{4});
 }
 
-TEST(MyDocumentList, MissingPathsBecomeItemsAndBadFoldersAddNothing) {
-    TempTree t;
-    t.file(u"blocker"_s); // a file where a folder is expected
-    MyDocument doc;
-    doc.addFileToList(t(u"nowhere/shot.0001.exr"_s));
-    ASSERT_EQ(doc.fileCount(), 1);
-    EXPECT_EQ(doc.fileArray().first()->paddingLength(), 4u);
-    doc.addFileToList(t(u"blocker/inside.txt"_s));
-    EXPECT_EQ(doc.fileCount(), 2); // a path that does not exist is still an item
-}
-
-TEST(MyDocumentList, LinkLoopsEndAndInvalidNamesAreLogged) {
+TEST_F(MyDocumentList, LinkLoopsEndAndInvalidNamesAreLogged) {
     TempTree t;
     t.file(u"loop/a.txt"_s);
     ASSERT_EQ(::symlink(t(u"loop"_s).toUtf8().constData(), t(u"loop/back"_s).toUtf8().constData()),
@@ -222,21 +169,20 @@ TEST(MyDocumentList, LinkLoopsEndAndInvalidNamesAreLogged) {
     const QString bom = u"\uFEFFbom.txt"_s; // valid UTF-8, and its mark is part of the name
     t.file(u"loop/"_s + bom);
 
-    FreshLog log;
     MyDocument doc;
     doc.addFileToList(t(u"loop"_s));
     ::unlink(bad.constData()); // a name the temporary folder cannot remove by itself
     QStringList got = names(doc.fileArray());
     got.sort();
     EXPECT_EQ(got, QStringList({u"a.txt"_s, long255, bom}));
-    const QString text = log.text();
+    const QString text = logText();
     EXPECT_TRUE(text.contains(u"the name is not valid UTF-8"_s));
     EXPECT_TRUE(text.contains(u"leads back into a folder being added"_s));
 }
 
-TEST(MyDocumentList, AddItemsOnThreadReportsTheListTotal) {
+TEST_F(MyDocumentList, AddItemsOnThreadReportsTheListTotalAndFoldersStayWhole) {
     TempTree t;
-    FreshLog log;
+    t.file(u"plates/a.exr"_s);
     RecordingView view;
     MyDocument doc(&view);
     doc.addItemsOnThread({t.file(u"a.txt"_s), t.file(u"b.txt"_s)});
@@ -245,23 +191,16 @@ TEST(MyDocumentList, AddItemsOnThreadReportsTheListTotal) {
     EXPECT_EQ(doc.fileCount(), 3);
     EXPECT_TRUE(view.renameEnabled);
     EXPECT_EQ(view.spinnerEvents.mid(0, 2), QStringList({u"add:start"_s, u"add:stop"_s}));
-    const QString text = log.text();
-    EXPECT_TRUE(text.contains(u" - 2 item(s) added"_s));
-    EXPECT_TRUE(text.contains(u" - 3 item(s) added"_s)); // the total, not the one added
-}
-
-TEST(MyDocumentList, ImportFoldersKeepsFoldersWhole) {
-    TempTree t;
-    t.file(u"plates/a.exr"_s);
-    MyDocument doc;
+    EXPECT_EQ(logCount(u"2 item(s) added"_s), 1);
+    EXPECT_EQ(logCount(u"3 item(s) added"_s), 1); // the total, not the one added
     doc.importFolders({t(u"plates"_s)});
     doc.waitForPreviews();
-    ASSERT_EQ(doc.fileCount(), 1);
-    EXPECT_TRUE(doc.fileArray().first()->isDir());
-    EXPECT_EQ(doc.fileArray().first()->fileName(), u"plates"_s);
+    ASSERT_EQ(doc.fileCount(), 4);
+    EXPECT_TRUE(doc.fileArray().last()->isDir());
+    EXPECT_EQ(doc.fileArray().last()->fileName(), u"plates"_s);
 }
 
-TEST(MyDocumentList, RemoveAndSorts) {
+TEST_F(MyDocumentList, RemoveAndSorts) {
     MyDocument doc;
     for (const char* n : {"s.0003.exr", "s.0001.exr", "plain.exr", "s.0002.exr"})
         doc.addFileToList(u"/tmp/x/"_s + QString::fromLatin1(n));
@@ -271,7 +210,6 @@ TEST(MyDocumentList, RemoveAndSorts) {
     EXPECT_EQ(names(allNumbered.sortFilesByFrameOrder()),
               QStringList({u"t.1.exr"_s, u"t.9.exr"_s, u"t.10.exr"_s, u"t.0100.exr"_s}));
     EXPECT_EQ(names(doc.sortFilesByPreviewFilename()).first(), u"plain.exr"_s);
-    EXPECT_EQ(names(*MyDocument::reverseArray(doc.fileArray())).first(), u"s.0002.exr"_s);
 
     doc.remove({0, 2});
     EXPECT_EQ(names(doc.fileArray()), QStringList({u"s.0001.exr"_s, u"s.0002.exr"_s}));
@@ -301,25 +239,6 @@ TEST(MyDocumentTable, RowMovesFollowTheDropRules) {
         EXPECT_EQ(MyDocument::moveRows(c.count, c.rows, c.drop), c.expected) << c.drop;
 }
 
-TEST(MyDocumentTable, DropsRefreshOnlyTheRenumberPreview) {
-    RecordingView view;
-    MyDocument doc(&view);
-    for (int i = 1; i <= 3; ++i)
-        doc.addFileToList(u"/tmp/y/f.%1.exr"_s.arg(i));
-    doc.setSelectedTag(21);
-    EXPECT_TRUE(doc.acceptRowDrop({2}, 0));
-    doc.waitForPreviews();
-    EXPECT_EQ(view.spinnerEvents.count(u"preview:start"_s), 0);
-    EXPECT_EQ(names(doc.fileArray()).first(), u"f.3.exr"_s);
-    EXPECT_EQ(doc.fileInQueue(u"/tmp/y/f.3.exr"_s), doc.fileArray().first());
-    doc.setSelectedTag(7);
-    EXPECT_TRUE(doc.acceptRowDrop({0}, 3));
-    doc.waitForPreviews();
-    EXPECT_EQ(view.spinnerEvents.count(u"preview:start"_s), 1);
-    EXPECT_GE(view.selectionCleared, 2);
-    EXPECT_FALSE(doc.acceptFileDrop(u"not a list"_s));
-}
-
 TEST(MyDocumentTable, CellValuesFollowTheDefaults) {
     MyDocument doc;
     doc.addFileToList(QDir::homePath() + u"/plates/a.0001.exr"_s);
@@ -336,5 +255,62 @@ TEST(MyDocumentTable, CellValuesFollowTheDefaults) {
     doc.fileArray().first()->previewObject()->setIsConflicting(true);
     EXPECT_EQ(doc.toolTip(0), u"The proposed filename conflicts with another file in the list."_s);
     EXPECT_EQ(doc.objectValue(MyDocument::Column::Filename, 7), QString());
+}
+
+QStringList sortedByName(const QStringList& paths, int fullPaths, bool descending = false) {
+    QSettings defaults(u"Corvane"_s, u"Seqmate"_s);
+    defaults.setValue(u"showFullSourcePaths"_s, fullPaths);
+    defaults.sync();
+    MyDocument doc;
+    for (const QString& p : paths)
+        doc.addFileToList(p);
+    doc.sortByName(descending);
+    defaults.remove(u"showFullSourcePaths"_s);
+    EXPECT_EQ(doc.fileInQueue(doc.itemAt(0)->fullPath()), doc.itemAt(0)); // index follows
+    QStringList out;
+    for (const auto& f : doc.fileArray())
+        out.append(f->displayName());
+    return out;
+}
+
+TEST(MyDocumentSort, ByWhatTheNameColumnShowsInNaturalOrder) {
+    const QStringList names = {u"/s/b/shot.10.exr"_s, u"/s/a/shot.2.exr"_s, u"/s/b/shot.2.exr"_s,
+                               u"/s/a10/shot.1.exr"_s, u"/s/a2/shot.1.exr"_s};
+    // Equal names go by folder, naturally too: a2 before a10.
+    const QStringList ascending = {u"/s/a2/shot.1.exr"_s, u"/s/a10/shot.1.exr"_s,
+                                   u"/s/a/shot.2.exr"_s, u"/s/b/shot.2.exr"_s,
+                                   u"/s/b/shot.10.exr"_s};
+    EXPECT_EQ(sortedByName(names, 0), ascending);
+    EXPECT_EQ(sortedByName(names, 0, true), QStringList(ascending.rbegin(), ascending.rend()));
+    const QStringList full = {QDir::homePath() + u"/z/a.1"_s, u"/s/x10/b.1"_s, u"/s/x9/c.1"_s};
+    EXPECT_EQ(sortedByName(full, 1), QStringList({u"/s/x9/c.1"_s, u"/s/x10/b.1"_s, u"~/z/a.1"_s}));
+}
+
+// Sorting and dropping rows reload the table and clear the selection; of the
+// previews only the renumbering one depends on the order, so only it is redone.
+TEST(MyDocumentSort, SortsAndDropsRefreshOnlyTheRenumberPreview) {
+    RecordingView view;
+    MyDocument doc(&view);
+    for (int i : {3, 1, 2})
+        doc.addFileToList(u"/s/f.%1.exr"_s.arg(i));
+    doc.setSelectedTag(21);
+    doc.sortByName();
+    EXPECT_EQ(view.reloadsWaited, 1);
+    EXPECT_EQ(view.selectionCleared, 1);
+    EXPECT_TRUE(doc.acceptRowDrop({2}, 0));
+    doc.waitForPreviews();
+    EXPECT_EQ(view.spinnerEvents.count(u"preview:start"_s), 0);
+    EXPECT_EQ(view.selectionCleared, 2);
+    EXPECT_EQ(doc.fileInQueue(u"/s/f.3.exr"_s), doc.fileArray().first());
+    doc.setSelectedTag(7);
+    doc.sortByName(true);
+    doc.waitForPreviews();
+    EXPECT_EQ(view.spinnerEvents.count(u"preview:start"_s), 1);
+    EXPECT_EQ(doc.objectValue(MyDocument::Column::Filename, 0), u"f.3.exr"_s);
+    EXPECT_TRUE(doc.acceptRowDrop({0}, 3));
+    doc.waitForPreviews();
+    EXPECT_EQ(view.spinnerEvents.count(u"preview:start"_s), 2);
+    EXPECT_EQ(doc.itemAt(3), nullptr);
+    EXPECT_FALSE(doc.acceptFileDrop(u"not a list"_s));
 }
 } // namespace

@@ -8,12 +8,7 @@ class RenameJournalTest : public CommitFixture {
 protected:
     // Commits proposals for files of the tree; returns the journal.
     QString commit(const QList<QPair<QString, QString>>& renames) {
-        QStringList names;
-        for (const auto& r : renames)
-            names.append(r.first);
-        const FileList f = batch(names);
-        for (qsizetype i = 0; i < renames.size(); ++i)
-            propose(f[i], renames[i].second);
+        renaming(renames);
         doc.copyFiles();
         return doc.lastJournalPath();
     }
@@ -139,9 +134,7 @@ TEST_F(RenameJournalTest, UndoBringsBackFromTheTrashAndRemovesTheFolderItMade) {
 // A commit cut short: the journal has no "complete", one file is under its
 // temporary name, and one move was recorded but never marked.
 TEST_F(RenameJournalTest, InterruptedCommitIsListedAndCanBeUndone) {
-    const FileList f = batch({u"A"_s, u"B"_s, u"C"_s});
-    for (const auto& i : f)
-        propose(i, i->fileName().toLower());
+    renaming({{u"A"_s, u"a"_s}, {u"B"_s, u"b"_s}, {u"C"_s, u"c"_s}});
     const QString tmpA = tree(u"TMPA"_s), tmpB = tree(u"TMPB"_s);
     QString path, error;
     {

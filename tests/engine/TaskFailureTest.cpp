@@ -12,75 +12,60 @@ protected:
                                               TaskRun::Nanoseconds budget = {},
                                               TaskRun::Clock clock = {}) {
         ConsoleLines quiet; // the exception lines are the log's business here
-        MyDocument doc;
-        FileList files;
-        for (const QString& n : names)
-            files.append(QXFileItem::fileItemWithFile(u"/tmp/x/"_s + n));
-        doc.setFileArray(files);
-        doc.setSelectedTag(tag);
+        TaskDoc t(names);
+        t.doc.setSelectedTag(tag);
         for (auto it = fields.cbegin(); it != fields.cend(); ++it)
-            doc.setFieldText(it.key(), it.value());
-        doc.setCheckState(Outlet::findRegExCheck, 1);
-        if (budget.count() > 0 || clock) doc.setPreviewMatchBudget(budget, clock);
-        doc.generatePreviewsOnThread();
-        return doc.lastPreviewFailure();
+            t.doc.setFieldText(it.key(), it.value());
+        t.doc.setCheckState(Outlet::findRegExCheck, 1);
+        if (budget.count() > 0 || clock) t.doc.setPreviewMatchBudget(budget, clock);
+        t.doc.generatePreviewsOnThread();
+        return t.doc.lastPreviewFailure();
     }
 };
 
 TEST_F(TaskFailures, PreviewFailuresNameTheirCauseAndSetting) {
+    const QString paren = u"does not compile: U_REGEX_MISMATCHED_PAREN at offset"_s;
+    auto pattern = [&](const QString& p, int at) {
+        return TaskFailure{u"the pattern \"%1\" %2 %3"_s.arg(p, paren).arg(at), u"find"_s, at};
+    };
+    auto missing = [](const QString& key) {
+        return TaskFailure{u"the setting \"%1\" is missing or empty"_s.arg(key), key, -1};
+    };
     const struct {
-        const char* label;
         int tag;
-        QHash<QString, QString> fields;
+        QString outlet, text; // the one form entry given, if any
         std::optional<TaskFailure> expected;
     } cases[] = {
-        {"bad pattern",
-         1,
-         {{Outlet::findStringField, u"("_s}},
-         TaskFailure{u"the pattern \"(\" does not compile: U_REGEX_MISMATCHED_PAREN at offset 1"_s,
-                     u"find"_s, 1}},
+        {1, Outlet::findStringField, u"("_s, pattern(u"("_s, 1)},
         // ICU counts by line; the position is counted in the whole pattern.
-        {"second line",
-         1,
-         {{Outlet::findStringField, u"ab\ncd)"_s}},
-         TaskFailure{u"the pattern \"ab\ncd)\" does not compile: U_REGEX_MISMATCHED_PAREN at "
-                     u"offset 6"_s,
-                     u"find"_s, 6}},
-        {"good pattern", 1, {{Outlet::findStringField, u"(a)"_s}}, std::nullopt},
-        {"no prefix",
-         12,
-         {},
-         TaskFailure{u"the setting \"prefix\" is missing or empty"_s, u"prefix"_s, -1}},
-        {"no suffix",
-         13,
-         {{Outlet::suffixField, u""_s}},
-         TaskFailure{u"the setting \"suffix\" is missing or empty"_s, u"suffix"_s, -1}},
-        {"no extension",
-         10,
-         {},
-         TaskFailure{u"the setting \"fileExt\" is missing or empty"_s, u"fileExt"_s, -1}},
-        {"prefix given", 12, {{Outlet::prefixField, u"P_"_s}}, std::nullopt},
+        {1, Outlet::findStringField, u"ab\ncd)"_s, pattern(u"ab\ncd)"_s, 6)},
+        {1, Outlet::findStringField, u"(a)"_s, std::nullopt},
+        {12, {}, {}, missing(u"prefix"_s)},
+        {13, Outlet::suffixField, u""_s, missing(u"suffix"_s)},
+        {10, {}, {}, missing(u"fileExt"_s)},
+        {12, Outlet::prefixField, u"P_"_s, std::nullopt},
     };
     // 120 names: two batches, on two threads, report one failure.
     QStringList names;
     for (int i = 0; i < 120; ++i)
         names.append(u"a.%1.jpg"_s.arg(i));
     for (const auto& c : cases) {
-        SCOPED_TRACE(c.label);
-        EXPECT_EQ(previewFailure(c.tag, c.fields, names), c.expected);
+        SCOPED_TRACE(c.tag);
+        QHash<QString, QString> fields;
+        if (!c.outlet.isEmpty()) fields.insert(c.outlet, c.text);
+        EXPECT_EQ(previewFailure(c.tag, fields, names), c.expected);
     }
 }
 
 TEST_F(TaskFailures, ALaterPreviewClearsTheFailure) {
     ConsoleLines quiet;
-    MyDocument doc;
-    doc.setFileArray({QXFileItem::fileItemWithFile(u"/tmp/x/a.jpg"_s)});
-    doc.setSelectedTag(12);
-    doc.generatePreviewsOnThread();
-    ASSERT_TRUE(doc.lastPreviewFailure());
-    doc.setFieldText(Outlet::prefixField, u"P_"_s);
-    doc.generatePreviewsOnThread();
-    EXPECT_FALSE(doc.lastPreviewFailure());
+    TaskDoc t({u"a.jpg"_s});
+    t.doc.setSelectedTag(12);
+    t.doc.generatePreviewsOnThread();
+    ASSERT_TRUE(t.doc.lastPreviewFailure());
+    t.doc.setFieldText(Outlet::prefixField, u"P_"_s);
+    t.doc.generatePreviewsOnThread();
+    EXPECT_FALSE(t.doc.lastPreviewFailure());
 }
 
 // A clock that moves one millisecond each time it is read: ICU reads it every

@@ -75,13 +75,17 @@ inline void expectExamples(std::initializer_list<Example> examples) {
     }
 }
 
-// Lines of the log whose message (after the time stamp) is exactly message.
-inline qsizetype logCount(const QString& message) {
+// The log written so far.
+inline QString logText() {
     QXLog::finishWriting();
     QFile f(QXLog::currentLogPath());
-    if (!f.open(QIODevice::ReadOnly)) return 0;
+    return f.open(QIODevice::ReadOnly) ? QString::fromUtf8(f.readAll()) : QString();
+}
+
+// Lines of the log whose message (after the time stamp) is exactly message.
+inline qsizetype logCount(const QString& message) {
     qsizetype n = 0;
-    for (const QString& line : QString::fromUtf8(f.readAll()).split(u'\n'))
+    for (const QString& line : logText().split(u'\n'))
         if (line.endsWith(u" - "_s + message)) ++n;
     return n;
 }
