@@ -1,8 +1,7 @@
-// Alert sheets: answers from every thread, timed sheets, the delegate check,
-// "%" in informative texts and the suppression box.
+// Alert sheets: answers from every thread, timed sheets, "%" in informative
+// texts and the suppression box.
 #include "QXAlert.h"
 #include "AppTest.h"
-#include "QXConsole.h"
 #include "Sheets.h"
 
 #include <QCheckBox>
@@ -110,20 +109,6 @@ private slots:
                  answer);
         QVERIFY(press.isEmpty() ? clock.elapsed() >= 1000 : clock.elapsed() < 10000);
         QTRY_VERIFY(!QApplication::activeModalWidget());
-    }
-
-    void delegateWithoutTheEndMessageShowsNothing() {
-        QStringList console;
-        QXConsole::setSink([&](const QString& line) { console.append(line); });
-        QObject plain;
-        const int answer =
-            QXAlert::alertSheetWithMessageText(u"Hello"_s, QString(), QString(), QString(),
-                                               QString(), m_window, &plain, u"sheetEnded"_s, true);
-        QXConsole::setSink({});
-        QCOMPARE(answer, -1);
-        QCOMPARE(console, QStringList{QStringLiteral(
-                              "Alert error: delegate does not respond to selector sheetEnded")});
-        QVERIFY(m_window->findChildren<QMessageBox*>().isEmpty());
     }
 
     // Not blocking: the answer reaches the delegate later; the suppression
