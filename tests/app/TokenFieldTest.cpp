@@ -216,14 +216,6 @@ void TokenFieldTest::layoutHitsItsOwnCarets() {
     }
     QVERIFY(field.heightForWidth(150) > field.heightForWidth(900)); // wraps, and grows
 
-    // Up and Down step between the wrapped lines.
-    field.setSelection(0, 0);
-    press(&field, u"Down"_s);
-    const int below = field.cursorPosition();
-    QVERIFY(field.cursorRect(below).top() > field.cursorRect(0).top());
-    press(&field, u"Up"_s);
-    QCOMPARE(field.cursorRect(field.cursorPosition()).top(), field.cursorRect(0).top());
-
     // A click on a chip selects it; a drag selects what it passes over.
     field.resize(600, field.heightForWidth(600));
     const int chip = field.content().elementStart(2);
