@@ -141,7 +141,6 @@ private slots:
         table->setFocus();
         window->controller().setDocumentEdited(false);
         QTest::keyClick(table, Qt::Key_Delete);
-        QCOMPARE(window->document().fileCount(), 2);
         QCOMPARE(column(window, 0), (QStringList{u"s.1.png"_s, u"s.10.png"_s}));
         QVERIFY(!remove->isEnabled());
         QVERIFY(window->isWindowModified());
@@ -235,8 +234,7 @@ private slots:
             bridge->endProgress();
         });
         QMessageBox* sheet = waitForSheet();
-        QVERIFY(sheet);
-        QVERIFY(qobject_cast<ProgressSheet*>(sheet->parentWidget()));
+        QVERIFY(sheet && qobject_cast<ProgressSheet*>(sheet->parentWidget()));
         QTRY_COMPARE(window->bridge().progressSheet()->shownValue(), 4);
         QVERIFY(!renameButton(window)->isEnabled());
 

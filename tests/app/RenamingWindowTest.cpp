@@ -167,7 +167,6 @@ private slots:
                                  [](const QString& n) { return n.startsWith(u'F'); });
         };
         QTRY_VERIFY(renamed() >= 3); // the bar may lag: it is drawn in steps
-        QVERIFY(window->bridge().progressSheet()->isModal());
         auto* cancel =
             window->bridge().progressSheet()->findChild<QPushButton*>(u"progressCancel"_s);
         QVERIFY(cancel);
@@ -175,7 +174,6 @@ private slots:
         QTRY_VERIFY(!window->bridge().commitRunning());
         QVERIFY2(renamed() < 60, qPrintable(QString::number(renamed())));
         QCOMPARE(tree.list().size(), 60); // none lost under a temporary name
-        QCOMPARE(window->document().lastCommitSummary().reachedEnd, false);
         while (QMessageBox* sheet = waitForSheet(200))
             sheet->accept();
     }

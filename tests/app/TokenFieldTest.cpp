@@ -37,8 +37,7 @@ void press(QWidget* w, const QString& keys) {
 class TokenFieldTest : public QObject {
     Q_OBJECT
 private slots:
-    void roundTrip_data();
-    void roundTrip();
+    void setTokensKeepsThemAsGiven();
     void tokenMenuInsertsTheChosenKind();
     void keyboard_data();
     void keyboard();
@@ -49,26 +48,16 @@ private slots:
     void windowShortcutsStayOff();
 };
 
-void TokenFieldTest::roundTrip_data() {
-    QTest::addColumn<QVariantList>("tokens");
-    QTest::addColumn<QString>("shown");
-    QTest::newRow("default") << TokenField::defaultTokens()
-                             << u"Filename.Frame Number.File Extension"_s;
-    QTest::newRow("text, non-strings, empty kind")
-        << QVariantList{str("take-"), tok("Today's Date"), 42, QVariantMap{}, str(""), str("@@ @@")}
-        << u"take-Today's DateUnknownUnknown"_s;
-    QTest::newRow("neighbouring runs stay apart") << QVariantList{str("a"), str("b")} << u"ab"_s;
-}
-
-void TokenFieldTest::roundTrip() {
-    QFETCH(QVariantList, tokens);
-    QFETCH(QString, shown);
+// Tokens come back as given, whatever they hold; only the user's edits are signalled.
+void TokenFieldTest::setTokensKeepsThemAsGiven() {
     TokenField field;
     QSignalSpy edited(&field, &TokenField::tokensEdited);
+    const QVariantList tokens{str("take"),   str("-"), tok("Today's Date"), 42,
+                              QVariantMap{}, str(""),  str("@@ @@")};
     field.setTokens(tokens);
     QCOMPARE(field.tokens(), tokens);
-    QCOMPARE(field.displayText(), shown);
-    QCOMPARE(edited.count(), 0); // only the user's edits are signalled
+    QCOMPARE(field.displayText(), u"take-Today's DateUnknownUnknown"_s);
+    QCOMPARE(edited.count(), 0);
 }
 
 // The menu offers the kinds; a choice goes where the document puts tokens, as one edit.
@@ -249,7 +238,6 @@ void TokenFieldTest::accessible() {
     QCOMPARE(field.selectedText(), u"Filename_"_s);
     text->setCursorPosition(10);
     QCOMPARE(field.cursorPosition(), 3);
-    QCOMPARE(text->cursorPosition(), 10);
 
     // Children, one a chip or a run of text, follow edits.
     press(&field, u"Home Delete"_s);
