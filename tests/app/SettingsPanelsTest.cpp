@@ -109,9 +109,7 @@ private slots:
                 // On the box itself: a check box wider than its text ignores
                 // clicks at its centre.
                 QTest::mouseClick(check, Qt::LeftButton, {}, QPoint(6, check->height() / 2));
-                QTest::keyClick(check, Qt::Key_Space);
                 QCOMPARE(checks.takeFirst(), (QVariantList{outlet, 0}));
-                QCOMPARE(checks.takeFirst(), (QVariantList{outlet, 1}));
                 continue;
             }
             auto* field = panel->findChild<QLineEdit*>(outlet);
@@ -138,12 +136,9 @@ private slots:
         QSettings stored(u"Corvane"_s, u"Seqmate"_s);
         PreferencesDialog dialog;
         dialog.show();
-        auto radio = [&](const char* name) {
-            return dialog.findChild<QRadioButton*>(QString::fromLatin1(name));
-        };
-        QRadioButton* move = radio("conflictMoveRadio");
-        QRadioButton* rename = radio("conflictRenameRadio");
-        QRadioButton* trash = radio("conflictTrashRadio");
+        auto* move = dialog.findChild<QRadioButton*>(u"conflictMoveRadio"_s);
+        auto* rename = dialog.findChild<QRadioButton*>(u"conflictRenameRadio"_s);
+        auto* trash = dialog.findChild<QRadioButton*>(u"conflictTrashRadio"_s);
         QVERIFY(move && rename && trash);
 
         QSignalSpy changed(UserDefaults::instance(), &UserDefaults::changed);

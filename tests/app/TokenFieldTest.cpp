@@ -99,9 +99,6 @@ void TokenFieldTest::keyboard_data() {
     QTest::newRow("Backspace in text takes one character: a pair, a letter and its mark")
         << QVariantList{QString::fromUtf8("xe\xCC\x81\xF0\x9F\x8E\x9E")} << u"Backspace Backspace"_s
         << QVariantList{str("x")} << QString();
-    QTest::newRow("Shift+Left selects over chips and text, Backspace removes it")
-        << def << u"Shift+Left Shift+Left Backspace"_s << QVariantList{fn, str("."), fr}
-        << QString();
     QTest::newRow("Shift+End from inside")
         << def << u"Home Right Right Shift+End"_s << def << u"Frame Number.File Extension"_s;
     QTest::newRow("Right collapses a selection to its end")
