@@ -175,8 +175,7 @@ private slots:
             return view->selectionModel()->selectedRows().size() == 2;
         };
         QTRY_VERIFY(selectBoth());
-        auto* box = panel->findChild<QDialogButtonBox*>();
-        box->button(QDialogButtonBox::Open)->click();
+        panel->findChild<QDialogButtonBox*>()->button(QDialogButtonBox::Open)->click();
         QTRY_COMPARE(window->document().fileCount(), 3);
         QVERIFY(!window->document().fileInQueue(tree(u"other.txt"_s)));
     }

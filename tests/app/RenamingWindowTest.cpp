@@ -103,7 +103,6 @@ private slots:
                      qPrintable(*report));
             return;
         }
-        QCOMPARE(renameButton(window)->text(), u"Rename"_s);
         QTRY_VERIFY2(column(window, 1) != names, qPrintable(column(window, 1).join(u'|')));
         QVERIFY(window->isWindowModified());
     }
@@ -167,10 +166,7 @@ private slots:
                                  [](const QString& n) { return n.startsWith(u'F'); });
         };
         QTRY_VERIFY(renamed() >= 3); // the bar may lag: it is drawn in steps
-        auto* cancel =
-            window->bridge().progressSheet()->findChild<QPushButton*>(u"progressCancel"_s);
-        QVERIFY(cancel);
-        cancel->click();
+        window->bridge().progressSheet()->findChild<QPushButton*>(u"progressCancel"_s)->click();
         QTRY_VERIFY(!window->bridge().commitRunning());
         QVERIFY2(renamed() < 60, qPrintable(QString::number(renamed())));
         QCOMPARE(tree.list().size(), 60); // none lost under a temporary name

@@ -35,7 +35,6 @@ class SettingsPanelsTest : public QObject {
 private slots:
     void init() {
         m_area = new QScrollArea;
-        m_area->resize(520, 600);
         m_clip = new QXClipView;
         m_clip->attachTo(m_area);
         m_area->show();
@@ -149,7 +148,6 @@ private slots:
         QCOMPARE(Preferences::conflictAction(), 0); // what the commit will read
         QTest::mouseClick(move, Qt::LeftButton);    // already chosen: nothing new
         QCOMPARE(changed.size(), 3);
-        QCOMPARE(changed.last().first().toString(), u"conflictAction"_s);
 
         dialog.hide();
         stored.setValue(UserDefaults::conflictActionKey, 1);
