@@ -1,21 +1,19 @@
 #include "AppController.h"
 #include "AppTest.h"
-#include "DesktopEntry.h"
 #include "FakeDocumentHost.h"
 #include "PropertyList.h"
 #include "QXBugReporter.h"
 #include "QXLocalPaths.h"
 #include "QXLog.h"
+#include "Sheets.h"
 #include "UpdateCheck.h"
 
 #include <QDateTime>
 #include <QDesktopServices>
 #include <QMenuBar>
-#include <QMessageBox>
 #include <QSettings>
 #include <QSignalSpy>
 #include <QStandardPaths>
-#include <QTimer>
 
 using namespace Qt::StringLiterals;
 
@@ -41,22 +39,6 @@ QStringList logLinesWith(const QString& part) {
         if (line.contains(part)) found << line.mid(line.indexOf(part));
     return found;
 }
-
-// Answers every message box shown while it lives, keeping "text|informative".
-struct MessageBoxAnswerer {
-    QStringList seen;
-    QTimer timer;
-    MessageBoxAnswerer() {
-        QObject::connect(&timer, &QTimer::timeout, [this] {
-            if (auto* box = qobject_cast<QMessageBox*>(QApplication::activeModalWidget())) {
-                seen << box->text() + u'|' + box->informativeText();
-                box->accept();
-            }
-        });
-        timer.start(10);
-    }
-    QString take() { return seen.isEmpty() ? QString() : seen.takeFirst(); }
-};
 
 } // namespace
 
@@ -95,12 +77,9 @@ private slots:
         QVERIFY(crashed.wait(2000));
         QCOMPARE(crashed.first().first().toString(), report);
 
-        QCOMPARE(defaults().value(u"conflictAction"_s).toInt(), 0);
         QCOMPARE(defaults().value(u"showFullSourcePaths"_s).toInt(), 1);
-        QVERIFY(QFileInfo::exists(QXLog::currentLogPath()));
         const QDateTime launch = defaults().value(u"launch"_s).toDateTime();
         QVERIFY(launch.secsTo(QDateTime::currentDateTime()) < 30);
-        QVERIFY(!defaults().contains(u"exit"_s));
         controller.applicationWillTerminate();
         QVERIFY(defaults().value(u"exit"_s).toDateTime() >= launch);
         QVERIFY(host.calls.isEmpty());                 // no window before launch()
@@ -116,7 +95,6 @@ private slots:
             {0, "a.sqb f1.exr /x/B.SQB f2.exr", "open a.sqb;open B.SQB;add f1.exr,f2.exr"},
             {0, "f.jpg batch.sqb.bak", "new;add f.jpg,batch.sqb.bak"},
             {1, "f.jpg", "add f.jpg"},
-            {0, "a.Sqb", "open a.Sqb"},
             {0, "bad.sqb good.sqb worse.sqb fine.sqb", "open good.sqb;open fine.sqb"},
         };
         FakeDocumentHost host;
@@ -140,55 +118,39 @@ private slots:
         QCOMPARE(host.calls, QStringList(u"new"_s));
     }
 
-    void theExecLineIsSplitByTheDesktopEntryRules() {
-        const struct {
-            QString exec;
-            QStringList args;
-        } cases[] = {
-            {u"tool  -a   b"_s, {u"tool"_s, u"-a"_s, u"b"_s}},
-            {u"\"/opt/my tool\" \"x\\\"y\" \"a\\\\b\" \"\""_s,
-             {u"/opt/my tool"_s, u"x\"y"_s, u"a\\b"_s, {}}},
-            {u"\"open quote"_s, {}},
-        };
-        for (const auto& c : cases)
-            QCOMPARE(DesktopEntry::splitExec(c.exec), c.args);
-    }
-
-    void theUpdateProgramStartsUnlessTheVendorPreferencesTurnItOff() {
+    // After launch the update program runs with "-checkpath" and this program's
+    // path, unless the vendor preferences turn it off; without its desktop
+    // entry nothing runs and nothing is said.
+    void theUpdateProgramStartsUnlessTurnedOffOrMissing() {
         const QString argsFile = QDir::tempPath() + u"/seqmate-update-args.txt"_s;
         const QString script = writeText(QDir::homePath() + u"/bin dir/update.sh"_s,
                                          "#!/bin/sh\nprintf '%s\\n' \"$@\" > \"$ARGS_OUT\"\n");
         QFile::setPermissions(script, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
         qputenv("ARGS_OUT", argsFile.toUtf8());
         // Another group's keys, a localised key, the \s escape, field codes and "%%".
-        writeText(QStandardPaths::writableLocation(QStandardPaths::ApplicationsLocation) + u'/' +
-                      UpdateCheck::entryName(),
-                  "[Other]\nExec=wrong\n[Desktop Entry]\nType=Application\nExec[de]=wrong\n"
-                  "Exec=\"" +
-                      script.toUtf8().replace(" ", "\\s") + "\" --pct=100%% %F %i\n");
+        const QString entry = writeText(
+            QStandardPaths::writableLocation(QStandardPaths::ApplicationsLocation) + u'/' +
+                UpdateCheck::entryName(),
+            "[Other]\nExec=wrong\n[Desktop Entry]\nType=Application\nExec[de]=wrong\nExec=\"" +
+                script.toUtf8().replace(" ", "\\s") + "\" --pct=100%% %F %i\n");
         FakeDocumentHost host;
         AppController controller(host);
         const struct {
-            const char* name;
-            QVariant value; // invalid: no preferences file
+            bool entry;
+            QVariant checkAtStartup; // invalid: no preferences file
             bool runs;
-        } cases[] = {
-            {"no preferences", QVariant(), true},
-            {"false", false, false},
-            {"zero", 0, false},
-            {"true", true, true},
-            {"a string is not a number", u"0"_s, true},
-        };
+        } cases[] = {{true, QVariant(), true}, {true, false, false}, {false, QVariant(), false}};
         for (const auto& c : cases) {
             QFile::remove(argsFile);
-            QFile::remove(QXLocalPaths::vendorPreferencesPath());
             QDir().mkpath(QXLocalPaths::prefsDirectory(true));
-            if (c.value.isValid())
-                QVERIFY(PropertyList::writeFile(QXLocalPaths::vendorPreferencesPath(),
-                                                QVariantMap{{u"SUCheckAtStartup"_s, c.value}}));
+            if (c.checkAtStartup.isValid())
+                QVERIFY(PropertyList::writeFile(
+                    QXLocalPaths::vendorPreferencesPath(),
+                    QVariantMap{{u"SUCheckAtStartup"_s, c.checkAtStartup}}));
+            if (!c.entry) QFile::remove(entry);
             controller.applicationDidFinishLaunching();
             if (c.runs) {
-                QTRY_VERIFY2(QFileInfo(argsFile).size() > 0, c.name);
+                QTRY_VERIFY(QFileInfo(argsFile).size() > 0);
                 QFile f(argsFile);
                 QVERIFY(f.open(QIODevice::ReadOnly));
                 QCOMPARE(QString::fromUtf8(f.readAll()),
@@ -196,9 +158,11 @@ private slots:
                              u'\n');
             } else {
                 QTest::qWait(300);
-                QVERIFY2(!QFileInfo::exists(argsFile), c.name);
+                QVERIFY(!QFileInfo::exists(argsFile));
             }
+            QFile::remove(QXLocalPaths::vendorPreferencesPath());
         }
+        QCOMPARE(logLinesWith(u"update"_s), QStringList());
     }
 
     void theHelpItemsOpenTheirPagesAndTheOthersAnswerInMessageBoxes() {
@@ -223,20 +187,26 @@ private slots:
         QVERIFY(recorder.urls[4].toString().endsWith(
             u"/tesselkit/bugreport?app=seqmate&version="_s + QStringLiteral(SEQMATE_VERSION)));
 
-        MessageBoxAnswerer boxes;
         trigger("viewLog"); // the log this launch started
         QCOMPARE(recorder.urls.last(), QUrl::fromLocalFile(QXLog::currentLogPath()));
-        trigger("viewTaskLog");
-        trigger("gatherLogs");
-        QCOMPARE(boxes.take(), u"No log found|You must run the application as a task (e.g. through "
-                               u"Tasklane) before viewing a log."_s);
-        QCOMPARE(boxes.take(),
-                 u"Logs gathered successfully|The gathered logs were placed on your desktop."_s);
+        const struct {
+            const char* item;
+            QString said;
+        } boxes[] = {
+            {"viewTaskLog", u"No log found|You must run the application as a task (e.g. through "
+                            u"Tasklane) before viewing a log."_s},
+            {"gatherLogs",
+             u"Logs gathered successfully|The gathered logs were placed on your desktop."_s},
+            // One that cannot load is logged and reported.
+            {"showAboutDialog",
+             u"Error: unable to load About dialog.|Please report this error to Corvane."_s},
+        };
+        for (const auto& box : boxes) {
+            const auto shown = answerNextSheet(u"OK"_s);
+            trigger(box.item);
+            QCOMPARE(*shown, box.said);
+        }
         QVERIFY(QFileInfo::exists(QXLocalPaths::desktopDirectory() + u"/Seqmate Logs.zip"_s));
-        trigger("showAboutDialog"); // one that cannot load is logged and reported
-        QCOMPARE(boxes.take(), u"Error: unable to load About dialog.|Please report this error to "
-                               u"Corvane."_s);
-        QVERIFY(boxes.seen.isEmpty());
         QCOMPARE(logLinesWith(u"Error: unable"_s),
                  QStringList(u"Error: unable to load About dialog. Please report this error to "
                              u"Corvane."_s));

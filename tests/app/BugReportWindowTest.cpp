@@ -13,7 +13,6 @@ class BugReportWindowTest : public QObject {
 private slots:
     void aMissingReportIsSaidAndNothingCanBeSaved() {
         BugReportWindow window(u"/nonexistent/Seqmate_1.crash"_s);
-        QVERIFY(!window.hasReport());
         const QString headline = window.findChild<QLabel*>(u"headline"_s)->text();
         QVERIFY2(headline.startsWith(u"Unable to read crash report /nonexistent/Seqmate_1.crash"_s),
                  qPrintable(headline));
@@ -28,7 +27,6 @@ private slots:
         QVERIFY(report.open(QIODevice::WriteOnly) && report.write(text) == text.size());
         report.close();
         BugReportWindow window(report.fileName());
-        QVERIFY(window.hasReport());
         QCOMPARE(window.findChild<QPlainTextEdit*>(u"reportText"_s)->toPlainText(),
                  QString::fromUtf8(text));
 

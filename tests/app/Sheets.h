@@ -7,6 +7,8 @@
 #include <QTest>
 #include <QTimer>
 
+#include <memory>
+
 // The modal sheet on top once one is shown (events are processed meanwhile).
 inline QMessageBox* waitForSheet(int timeoutMs = 5000) {
     QMessageBox* box = nullptr;
@@ -25,16 +27,21 @@ inline QAbstractButton* sheetButton(QMessageBox* box, const QString& text) {
     return nullptr;
 }
 
-// Presses the button with this text on the next sheet, from a queued call:
-// it works while the main thread sits in a blocking alert of its own.
-inline void answerNextSheet(const QString& text) {
+// Presses the button with this text on the next sheet that has one, from a
+// queued call: it works while the main thread sits in a blocking alert of its
+// own. The sheet's "text|informative text" is kept in what it returns.
+inline std::shared_ptr<QString> answerNextSheet(const QString& text) {
+    auto shown = std::make_shared<QString>();
     auto* poll = new QTimer(qApp);
     poll->setInterval(5);
-    QObject::connect(poll, &QTimer::timeout, poll, [poll, text] {
+    QObject::connect(poll, &QTimer::timeout, poll, [poll, text, shown] {
         auto* box = qobject_cast<QMessageBox*>(QApplication::activeModalWidget());
-        if (!box || !box->isVisible()) return;
-        if (QAbstractButton* button = sheetButton(box, text)) button->click();
+        QAbstractButton* button = box && box->isVisible() ? sheetButton(box, text) : nullptr;
+        if (!button) return;
+        *shown = box->text() + u'|' + box->informativeText();
+        button->click();
         poll->deleteLater();
     });
     poll->start();
+    return shown;
 }

