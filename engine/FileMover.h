@@ -8,6 +8,8 @@
 // whatever already stands at its destination (renameat2 with RENAME_NOREPLACE,
 // or a safe fallback where the file system lacks it). Every operation returns
 // an empty string on success, else the system's description of the error.
+// Safe from several threads at once; a flag or hard link a file system
+// refuses is remembered for it, so it costs one round trip, not one per file.
 class FileMover {
 public:
     enum class Op { Move, Trash, MakeDirectory, RemoveDirectory };
@@ -33,6 +35,11 @@ public:
     static void installFaultsFromEnvironment();
     // Test seam: take the fallback path as if renameat2 were unsupported.
     static void setForceFallbackForTesting(bool force);
+    // Test seam: act as a file system that refuses rename flags (EINVAL) and/or
+    // hard links (EPERM), as SMB does, and forget what real ones refused;
+    // refusedAttemptsForTesting counts the calls refused since.
+    static void simulateRefusalsForTesting(bool renameFlags, bool hardLinks);
+    static int refusedAttemptsForTesting();
 
     // The folder of the last move made through it, held open: a move within
     // that folder then names only the two entries, where full paths make the
