@@ -132,6 +132,7 @@ struct MovePaths {
     int dir = -1;
     const char* fromName = nullptr;
     const char* toName = nullptr;
+    dev_t device = 0; // the held folder's file system, when asked (else 0)
 
     int at() const { return dir >= 0 ? dir : AT_FDCWD; }
     const char* source() const { return dir >= 0 ? fromName : from.constData(); }
@@ -158,17 +159,18 @@ int renameNoReplace(const MovePaths& p) {
 
 // Where renameat2 is missing (ENOSYS) or the file system refuses the flag
 // (EINVAL): a file is hard-linked to its new name, which fails when the name
-// is taken, then unlinked from the old one; a folder (or a file system
-// without hard links) is checked with lstat immediately before rename(2).
-// source: the lstat of the source. flagRefused: renameat2 said EINVAL, which
-// is also what a folder moved into itself gets; only a move that then goes
-// through shows that the file system refused the flag.
-int fallbackMove(const MovePaths& p, const struct stat& source, bool flagRefused) {
+// is taken, then unlinked from the old one (link: the source is no folder and
+// the file system may take links); a folder, or a file on a file system
+// without hard links, is checked with lstat immediately before rename(2).
+// flagRefused: renameat2 said EINVAL, which is also what a folder moved into
+// itself gets; only a move that then goes through shows that the file system
+// refused the flag.
+int fallbackMove(const MovePaths& p, dev_t device, bool link, bool flagRefused) {
     const auto moved = [&] {
-        if (flagRefused) refusals.remember(source.st_dev, Refusals::RenameFlags);
+        if (flagRefused) refusals.remember(device, Refusals::RenameFlags);
         return 0;
     };
-    if (!S_ISDIR(source.st_mode) && !refusals.refuses(source.st_dev, Refusals::HardLinks)) {
+    if (link) {
         errno = EPERM;
         if (!simulatedRefusal(Refusals::HardLinks) &&
             ::linkat(p.at(), p.source(), p.at(), p.target(), 0) == 0) {
@@ -182,7 +184,7 @@ int fallbackMove(const MovePaths& p, const struct stat& source, bool flagRefused
         // EMLINK is this file's link count, not the file system. (EPERM is
         // also a file of another user's under protected_hardlinks: the
         // lstat and rename below serve it as well.)
-        if (e != EMLINK) refusals.remember(source.st_dev, Refusals::HardLinks);
+        if (e != EMLINK) refusals.remember(device, Refusals::HardLinks);
     }
     QMutexLocker lock(&targetFolderLock(p.targetFolder()));
     struct stat target {};
@@ -191,26 +193,40 @@ int fallbackMove(const MovePaths& p, const struct stat& source, bool flagRefused
     return moved();
 }
 
+// Only once some file system has refused a call does a move ask which one it
+// is on: from its held folder (asked once per folder), else by an lstat of
+// its source, which also tells a folder from a file for the fallback. On a
+// mount that refuses both the flag and links, a move is then one lstat and
+// one rename, as in a plain loop.
 int moveNoReplace(const MovePaths& p) {
     struct stat source {};
     bool known = false; // source holds the lstat of p's source
+    bool haveDevice = p.device != 0;
+    dev_t device = p.device;
+    const auto lookAtSource = [&]() -> int {
+        if (known) return 0;
+        if (statAt(p.at(), p.source(), &source) != 0) return errno;
+        known = true;
+        if (!haveDevice) device = source.st_dev;
+        haveDevice = true;
+        return 0;
+    };
     bool flagRefused = false;
     if (renameat2Usable()) {
-        // Only once some file system has refused a call does a move look at its
-        // source first, to learn which file system it is on.
-        if (refusals.any()) {
-            if (const int e = statAt(p.at(), p.source(), &source)) return e;
-            known = true;
-        }
-        if (!known || !refusals.refuses(source.st_dev, Refusals::RenameFlags)) {
+        if (refusals.any() && !haveDevice)
+            if (const int e = lookAtSource()) return e;
+        if (!haveDevice || !refusals.refuses(device, Refusals::RenameFlags)) {
             const int e = renameNoReplace(p);
             if (e != ENOSYS && e != EINVAL) return e;
             flagRefused = e == EINVAL;
         }
     }
-    if (!known)
-        if (const int e = statAt(p.at(), p.source(), &source)) return e;
-    return fallbackMove(p, source, flagRefused);
+    if (!haveDevice)
+        if (const int e = lookAtSource()) return e;
+    const bool links = !refusals.refuses(device, Refusals::HardLinks);
+    if (links)
+        if (const int e = lookAtSource()) return e;
+    return fallbackMove(p, device, links && !S_ISDIR(source.st_mode), flagRefused);
 }
 
 QSet<quint64> parseNumbers(const QByteArray& text) {
@@ -300,6 +316,7 @@ QString FileMover::move(const QString& from, const QString& to, const QByteArray
                 paths.dir = folder->open(a->folder);
                 paths.fromName = a->name;
                 paths.toName = b->name;
+                if (paths.dir >= 0 && refusals.any()) paths.device = folder->device().value_or(0);
             }
         }
         e = moveNoReplace(paths);
@@ -323,6 +340,13 @@ void FileMover::Folder::close() {
     if (m_fd >= 0) ::close(m_fd);
     m_fd = -1;
     m_path.clear();
+    m_device.reset();
+}
+
+std::optional<dev_t> FileMover::Folder::device() {
+    struct stat st {};
+    if (!m_device && m_fd >= 0 && ::fstat(m_fd, &st) == 0) m_device = st.st_dev;
+    return m_device;
 }
 
 QString FileMover::moveToTrash(const QString& path, QString* pathInTrash) {

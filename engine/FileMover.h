@@ -3,6 +3,8 @@
 #include <QByteArray>
 #include <QString>
 #include <functional>
+#include <optional>
+#include <sys/types.h>
 
 // The one way the commit changes the file system. A move never replaces
 // whatever already stands at its destination (renameat2 with RENAME_NOREPLACE,
@@ -57,8 +59,10 @@ public:
         friend class FileMover;
         int open(QByteArrayView path); // the descriptor, or -1
         void close();
+        std::optional<dev_t> device(); // its file system, asked once
         QByteArray m_path;
         int m_fd = -1;
+        std::optional<dev_t> m_device;
     };
 
     // A path in the system's encoding: what QFile::encodeName gives, which
