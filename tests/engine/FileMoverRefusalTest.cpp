@@ -38,7 +38,8 @@ TEST_F(FileMoverRefusalTest, EachRefusalIsTriedOncePerFileSystem) {
         FileMover::Folder folder; // as the commit moves, through its held folder
         for (int f = 0; f < 3; ++f)
             for (int i = 0; i < 4; ++i) {
-                const QString from = t(u"d%1/f%2"_s.arg(f).arg(i)), to = t(u"d%1/g%2"_s.arg(f).arg(i));
+                const QString from = t(u"d%1/f%2"_s.arg(f).arg(i)),
+                              to = t(u"d%1/g%2"_s.arg(f).arg(i));
                 EXPECT_EQ(FileMover::move(from, to, QFile::encodeName(from), QFile::encodeName(to),
                                           nullptr, &folder),
                           QString());
