@@ -95,8 +95,9 @@ bool simulatedRefusal(Refusals::Kind kind) {
 }
 
 // The fallback's check and rename are two calls: a lock per target folder
-// keeps two threads of this process from both finding a name free and the
-// second replacing the first one's file. The kernel lets one rename at a time
+// (held through the whole fallback, links too) keeps two threads of this
+// process from both finding a name free and the second replacing the first
+// one's file. The kernel lets one rename at a time
 // into a folder anyway, so moves into different folders still overlap. Folder
 // paths are folded to ASCII lower case, as a case-blind mount (SMB) sees them.
 QMutex& targetFolderLock(QByteArrayView folder) {
@@ -166,6 +167,7 @@ int renameNoReplace(const MovePaths& p) {
 // itself gets; only a move that then goes through shows that the file system
 // refused the flag.
 int fallbackMove(const MovePaths& p, dev_t device, bool link, bool flagRefused) {
+    QMutexLocker lock(&targetFolderLock(p.targetFolder()));
     const auto moved = [&] {
         if (flagRefused) refusals.remember(device, Refusals::RenameFlags);
         return 0;
@@ -186,7 +188,6 @@ int fallbackMove(const MovePaths& p, dev_t device, bool link, bool flagRefused) 
         // lstat and rename below serve it as well.)
         if (e != EMLINK) refusals.remember(device, Refusals::HardLinks);
     }
-    QMutexLocker lock(&targetFolderLock(p.targetFolder()));
     struct stat target {};
     if (const int e = statAt(p.at(), p.target(), &target); e != ENOENT) return e ? e : EEXIST;
     if (::renameat(p.at(), p.source(), p.at(), p.target()) != 0) return errno;
