@@ -57,6 +57,9 @@ TEST(CliFailures, AFailingTaskSaysWhyAndRenamesNothing) {
         {{u"-t"_s, u"find-replace"_s, u"-s"_s, u"regex=1"_s, u"-s"_s, u"find=(a+)+$"_s, u"-s"_s,
           u"replace=x"_s},
          u"find-replace: the pattern \"(a+)+$\" took too long to match and was stopped"_s},
+        {{u"--jobs"_s, u"0"_s}, u"--jobs: takes a whole number from 1 to 64, not \"0\""_s},
+        {{u"--jobs"_s, u"-3"_s}, u"--jobs: takes a whole number from 1 to 64, not \"-3\""_s},
+        {{u"--jobs"_s, u"2x"_s}, u"--jobs: takes a whole number from 1 to 64, not \"2x\""_s},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.line.toStdString());

@@ -166,7 +166,7 @@ TEST_F(CommitCli, ConflictActionForOneRun) {
                                u"--conflict-action"_s, u"3"_s, a});
     EXPECT_EQ(bad.status, 2);
     const CliResult r = run({u"-t"_s, u"prefix"_s, u"-s"_s, u"prefix=x_"_s, u"--apply"_s, u"-y"_s,
-                             u"--conflict-action"_s, u"1"_s, a});
+                             u"--conflict-action"_s, u"1"_s, u"--jobs"_s, u"1"_s, a});
     ASSERT_EQ(r.status, 0) << r.err.toStdString();
     EXPECT_EQ(tree.read(u"files/x_a"_s), "batch");
     EXPECT_FALSE(tree.exists(u"files/Conflicting files"_s));
