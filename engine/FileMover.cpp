@@ -101,7 +101,7 @@ bool simulatedRefusal(Refusals::Kind kind) {
 // into a folder anyway, so moves into different folders still overlap. Folder
 // paths are folded to ASCII lower case, as a case-blind mount (SMB) sees them.
 QMutex& targetFolderLock(QByteArrayView folder) {
-    static std::array<QMutex, 64> locks;
+    static std::array<QMutex, 256> locks; // 16 moves in flight seldom share one
     size_t hash = 0;
     for (const char c : folder)
         hash = hash * 31 + size_t(std::tolower(static_cast<unsigned char>(c)));
