@@ -3,7 +3,10 @@
 #include "UserDefaults.h"
 #include "ui_PreferencesDialog.h"
 
+#include "Preferences.h"
+
 #include <QButtonGroup>
+#include <QSignalBlocker>
 
 PreferencesDialog::PreferencesDialog(QWidget* parent)
     : QDialog(parent), m_ui(new Ui::PreferencesDialog), m_conflictChoices(new QButtonGroup(this)) {
@@ -12,11 +15,14 @@ PreferencesDialog::PreferencesDialog(QWidget* parent)
     m_conflictChoices->addButton(m_ui->conflictMoveRadio, 0);
     m_conflictChoices->addButton(m_ui->conflictRenameRadio, 1);
     m_conflictChoices->addButton(m_ui->conflictTrashRadio, 2);
+    m_ui->commitJobsSpin->setRange(1, Preferences::kMaxCommitJobs);
     load();
     connect(m_conflictChoices, &QButtonGroup::idClicked, this,
             [](int id) { UserDefaults::instance()->setConflictAction(id); });
     connect(m_ui->showFullSourcePathsCheck, &QCheckBox::clicked, this,
             [](bool on) { UserDefaults::instance()->setShowFullSourcePaths(on); });
+    connect(m_ui->commitJobsSpin, &QSpinBox::valueChanged, this,
+            [](int jobs) { UserDefaults::instance()->setCommitJobs(jobs); });
     // Another window may store a value while this one stays open.
     connect(UserDefaults::instance(), &UserDefaults::changed, this, &PreferencesDialog::load);
 }
@@ -42,4 +48,6 @@ void PreferencesDialog::load() {
         m_conflictChoices->setExclusive(true);
     }
     m_ui->showFullSourcePathsCheck->setChecked(defaults->showFullSourcePaths());
+    const QSignalBlocker quiet(m_ui->commitJobsSpin); // showing a value stores nothing
+    m_ui->commitJobsSpin->setValue(defaults->commitJobs());
 }

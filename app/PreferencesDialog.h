@@ -9,8 +9,9 @@ class PreferencesDialog;
 }
 
 // Edit > Preferences: what a commit does with a file that stands in the way,
-// and whether the table shows full source paths. A change is stored at once
-// (UserDefaults), with no OK to press, and open windows follow its signal.
+// how many files it moves at once, and whether the table shows full source
+// paths. A change is stored at once (UserDefaults), with no OK to press, and
+// open windows follow its signal.
 class PreferencesDialog : public QDialog {
     Q_OBJECT
 public:

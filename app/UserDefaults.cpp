@@ -1,9 +1,12 @@
 #include "UserDefaults.h"
 
+#include "Preferences.h"
+
 #include <QSettings>
 
 const QString UserDefaults::conflictActionKey = QStringLiteral("conflictAction");
 const QString UserDefaults::showFullSourcePathsKey = QStringLiteral("showFullSourcePaths");
+const QString UserDefaults::commitJobsKey = QStringLiteral("commitJobs");
 
 namespace {
 QSettings userDefaults() {
@@ -39,4 +42,14 @@ void UserDefaults::setShowFullSourcePaths(bool show) {
     settings.setValue(showFullSourcePathsKey, show ? 1 : 0);
     settings.sync();
     emit changed(showFullSourcePathsKey);
+}
+
+int UserDefaults::commitJobs() const {
+    return Preferences::commitJobs();
+}
+
+void UserDefaults::setCommitJobs(int jobs) {
+    if (userDefaults().contains(commitJobsKey) && commitJobs() == jobs) return;
+    Preferences::setCommitJobs(jobs); // its settings object writes the file as it goes
+    emit changed(commitJobsKey);
 }

@@ -12,12 +12,15 @@ public:
 
     static const QString conflictActionKey;
     static const QString showFullSourcePathsKey;
+    static const QString commitJobsKey;
 
     int conflictAction() const;
     bool showFullSourcePaths() const;
+    int commitJobs() const; // moves a commit keeps in flight (Preferences::commitJobs)
     // Each stores the value and emits changed when it differs from the stored one.
     void setConflictAction(int action);
     void setShowFullSourcePaths(bool show);
+    void setCommitJobs(int jobs);
 
 signals:
     void changed(const QString& key);

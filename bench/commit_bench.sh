@@ -1,15 +1,18 @@
 #!/usr/bin/env bash
 # Commit benchmark: the whole `seqmate-cli --apply -y` run (adding, preview,
 # commit, journal on) against a plain C++ loop of lstat + rename(2) over the
-# same files, in the same run, on the disk and on tmpfs.
+# same files, in the same run, on the disk and on tmpfs; and the default
+# against `--jobs 1` (one move after another), which local disks must not beat.
 #   bench/commit_bench.sh BUILD_DIR
-# Environment: COMMIT_BENCH_FILES (100000), COMMIT_BENCH_RUNS (5: this machine is shared and noisy),
+# Environment: COMMIT_BENCH_FILES (100000), COMMIT_BENCH_FOLDERS (1: the files spread over this
+# many folders), COMMIT_BENCH_RUNS (5: this machine is shared and noisy),
 # COMMIT_BENCH_DISK (a folder on the disk; default BUILD_DIR), COMMIT_BENCH_TMPFS (/dev/shm).
 set -euo pipefail
 build=$(cd "${1:-build-bench}" && pwd)
 cli=$build/seqmate-cli
 loop=$build/bench/rename_loop
 files=${COMMIT_BENCH_FILES:-100000}
+folders=${COMMIT_BENCH_FOLDERS:-1}
 runs=${COMMIT_BENCH_RUNS:-5}
 places=("${COMMIT_BENCH_DISK:-$build}" "${COMMIT_BENCH_TMPFS:-/dev/shm}")
 [ -x "$cli" ] && [ -x "$loop" ] || { echo "commit_bench: build seqmate-cli and rename_loop first" >&2; exit 2; }
@@ -22,61 +25,80 @@ trap 'exit 130' INT TERM HUP
 now() { date +%s.%N; }
 median() { sort -g | awk '{v[NR]=$1} END {print (NR%2) ? v[(NR+1)/2] : (v[NR/2]+v[NR/2+1])/2}'; }
 
-# One timed run: "cli" or "loop", scenario "prefix" or "case", in a fresh folder.
+# One timed run: "cli", "jobs1" (seqmate-cli --jobs 1) or "loop", scenario
+# "prefix" or "case", in a fresh folder of $folders folders.
 timed() {
-    local who=$1 scenario=$2 root=$3 work
+    local who=$1 scenario=$2 root=$3 work f
     work=$(mktemp -d "$root/commit-bench-$$-XXXXXX")
     mkdir "$work/files" "$work/home"
     local stem=shot. task=(-t prefix -s prefix=x_)
     if [ "$scenario" = case ]; then stem=SHOT.; task=(-t lower); fi
-    "$loop" make "$work/files" "$stem" "$files"
+    local dirs=("$work/files")
+    if ((folders > 1)); then
+        dirs=()
+        for ((f = 1; f <= folders; f++)); do dirs+=("$work/files/$(printf 'shot%03d' "$f")"); done
+    fi
+    for f in "${dirs[@]}"; do
+        mkdir -p "$f"
+        "$loop" make "$f" "$stem" $((files / ${#dirs[@]}))
+    done
     sync -f "$work/files" 2>/dev/null || true
-    local t0 t1
+    local t0 t1 jobs=()
+    [ "$who" = jobs1 ] && jobs=(--jobs 1)
     t0=$(now)
-    if [ "$who" = cli ]; then
+    if [ "$who" != loop ]; then
         HOME=$work/home XDG_DATA_HOME=$work/home/.local/share XDG_CONFIG_HOME=$work/home/.config \
-            "$cli" "${task[@]}" --apply -y "$work/files" >/dev/null 2>"$work/err" \
+            "$cli" "${task[@]}" "${jobs[@]}" --apply -y "$work/files" >/dev/null 2>"$work/err" \
             || { echo "commit_bench: seqmate-cli failed:" >&2; tail -5 "$work/err" >&2; exit 1; }
-    elif [ "$scenario" = case ]; then
-        "$loop" case "$work/files" 2>/dev/null
     else
-        "$loop" prefix "$work/files" x_ 2>/dev/null
+        for f in "${dirs[@]}"; do
+            if [ "$scenario" = case ]; then
+                "$loop" case "$f" 2>/dev/null
+            else
+                "$loop" prefix "$f" x_ 2>/dev/null
+            fi
+        done
     fi
     t1=$(now)
     local expect=x_shot.000001.exr
     [ "$scenario" = case ] && expect=shot.000001.exr
-    [ -e "$work/files/$expect" ] || { echo "commit_bench: $who did not rename ($scenario)" >&2; exit 1; }
+    [ -e "${dirs[0]}/$expect" ] || { echo "commit_bench: $who did not rename ($scenario)" >&2; exit 1; }
     rm -rf "$work"
     awk -v a="$t0" -v b="$t1" 'BEGIN { printf "%.3f\n", b - a }'
 }
 
-# Two ratios: of the two medians, and the median of each round's own ratio.
-# A round runs both back to back, so the second follows the machine's load
-# when it drifts during the run (this machine is shared).
-printf '%-10s %-7s %10s %10s %7s %7s  (%s files, median of %s runs)\n' \
-    place scenario loop_s cli_s ratio paired "$files" "$runs"
+# Ratios of the medians, and "paired": the median of each round's own ratio of
+# the default to the loop. A round runs all three back to back, so the ratio
+# follows the machine's load when it drifts during the run (it is shared).
+# jobs1: the default against --jobs 1 (1.00 until moves run at once; on a
+# local disk it should stay at or below 1.05).
+printf '%-10s %-7s %10s %10s %10s %7s %7s %7s  (%s files in %s folder(s), median of %s runs)\n' \
+    place scenario loop_s cli_s jobs1_s ratio paired jobs1 "$files" "$folders" "$runs"
 for place in "${places[@]}"; do
     fs=$(df --output=fstype "$place" | tail -1)
     for scenario in prefix case; do
-        cli_times=() loop_times=()
+        declare -A times=([cli]= [jobs1]= [loop]=)
+        order=(cli jobs1 loop)
         for ((r = 0; r < runs; r++)); do
-            # Alternate the order so that neither side always runs on a warmer cache.
-            if ((r % 2)); then
-                loop_times+=("$(timed loop $scenario "$place")")
-                cli_times+=("$(timed cli $scenario "$place")")
-            else
-                cli_times+=("$(timed cli $scenario "$place")")
-                loop_times+=("$(timed loop $scenario "$place")")
-            fi
+            # Rotate the order so that no contestant always runs on a warmer cache.
+            for ((k = 0; k < 3; k++)); do
+                w=${order[(k + r) % 3]}
+                times[$w]+="$(timed "$w" $scenario "$place") "
+            done
         done
-        l=$(printf '%s\n' "${loop_times[@]}" | median)
-        c=$(printf '%s\n' "${cli_times[@]}" | median)
+        read -ra cli_times <<<"${times[cli]}"
+        read -ra loop_times <<<"${times[loop]}"
+        l=$(printf '%s\n' ${times[loop]} | median)
+        c=$(printf '%s\n' ${times[cli]} | median)
+        j=$(printf '%s\n' ${times[jobs1]} | median)
         paired=$(for ((r = 0; r < runs; r++)); do
             awk -v c="${cli_times[r]}" -v l="${loop_times[r]}" 'BEGIN { print c / l }'
         done | median)
-        printf '%-10s %-7s %10.3f %10.3f %7.2f %7.2f  loop runs: %s  cli runs: %s\n' "$fs" \
-            "$scenario" "$l" "$c" "$(awk -v c="$c" -v l="$l" 'BEGIN { print c / l }')" "$paired" \
-            "${loop_times[*]}" "${cli_times[*]}"
+        printf '%-10s %-7s %10.3f %10.3f %10.3f %7.2f %7.2f %7.2f  loop: %s cli: %s jobs1: %s\n' \
+            "$fs" "$scenario" "$l" "$c" "$j" "$(awk -v c="$c" -v l="$l" 'BEGIN { print c / l }')" \
+            "$paired" "$(awk -v c="$c" -v j="$j" 'BEGIN { print c / j }')" \
+            "${times[loop]}" "${times[cli]}" "${times[jobs1]}"
+        unset times
     done
 done
 

@@ -1,25 +1,31 @@
 #!/usr/bin/env bash
 # Network-storage benchmark: renaming on a mount that waits on every request,
 # as a file server across a network does (bench/latencyfs), where round trips
-# rather than the processor set the time. `seqmate-cli --apply` (and with
-# `--jobs 1`, when it has that option) against a sequential lstat + rename(2)
-# loop over an identical tree made in the same run, in many folders (which
-# could be worked on at once) and in one large folder (where the kernel lets
-# one rename at a time in).
+# rather than the processor set the time. `seqmate-cli --apply` (by default,
+# and with `--jobs 1`, which moves one file after another) against a
+# sequential lstat + rename(2) loop over an identical tree made in the same
+# run: in many folders (which can be worked on at once), in one large folder
+# (where the kernel lets one rename at a time in), and on a mount that refuses
+# rename flags and hard links, as SMB does. Prints medians, ratios against the
+# loop, requests per file, and the targets with pass or fail.
 #   bench/network_bench.sh BUILD_DIR
 # Environment: NETWORK_BENCH_FOLDERS (100) folders of NETWORK_BENCH_FOLDER_FILES (100) files,
-# NETWORK_BENCH_ONE_FOLDER (2000 files; 0 leaves either layout out), NETWORK_BENCH_RUNS (3),
-# NETWORK_BENCH_DELAY_US (1000 per request), NETWORK_BENCH_OPTIONS (more mount options:
-# "norenameflags,nolinks" behaves as an SMB mount; "entry_timeout=S,attr_timeout=S" sets how
-# long the kernel trusts what it looked up, 1 s by default), NETWORK_BENCH_DIR (default BUILD_DIR).
+# NETWORK_BENCH_ONE_FOLDER (2000 files), NETWORK_BENCH_BARE_FOLDERS (20) folders of
+# NETWORK_BENCH_FOLDER_FILES on the mount without rename flags and links (0 leaves a layout
+# out), NETWORK_BENCH_RUNS (3 runs of each; the 100 x 100 loop alone takes ~40 s a run),
+# NETWORK_BENCH_DELAY_US (1000 per request), NETWORK_BENCH_OPTIONS (more mount options for
+# every layout: "entry_timeout=S,attr_timeout=S" sets how long the kernel trusts what it
+# looked up, 1 s by default), NETWORK_BENCH_CLI (another seqmate-cli to measure, to compare
+# builds), NETWORK_BENCH_DIR (default BUILD_DIR).
 set -euo pipefail
 build=$(cd "${1:-build-bench}" && pwd)
-cli=$build/seqmate-cli
+cli=${NETWORK_BENCH_CLI:-$build/seqmate-cli}
 loop=$build/bench/rename_loop
 latencyfs=$build/bench/latencyfs
 folders=${NETWORK_BENCH_FOLDERS:-100}
 perFolder=${NETWORK_BENCH_FOLDER_FILES:-100}
 oneFolder=${NETWORK_BENCH_ONE_FOLDER:-2000}
+bareFolders=${NETWORK_BENCH_BARE_FOLDERS:-20}
 runs=${NETWORK_BENCH_RUNS:-3}
 delay=${NETWORK_BENCH_DELAY_US:-1000}
 extra=${NETWORK_BENCH_OPTIONS:-}
@@ -51,9 +57,11 @@ cleanup() {
 trap cleanup EXIT
 trap 'exit 130' INT TERM HUP
 
-# Mounts BACKING at $mnt, the requests counted into STATS at unmount.
+# Mounts BACKING at $mnt, the requests counted into STATS at unmount, with
+# OPTIONS more mount options.
 mountFs() {
-    local options="delay_us=$delay,stats=$2${extra:+,$extra}"
+    local more=${3:-}${3:+${extra:+,}}$extra
+    local options="delay_us=$delay,stats=$2${more:+,$more}"
     "$latencyfs" "$1" "$mnt" -f -o "$options" 2>"$work/latencyfs.err" &
     fsPid=$!
     for ((i = 0; i < 500; i++)); do
@@ -71,24 +79,22 @@ if ! mountFs "$work/probe" "$work/probe.stats"; then
 fi
 unmount
 
-jobs=no
-HOME=$work/home "$cli" --help 2>&1 | grep -q -- '--jobs' && jobs=yes
-
 now() { date +%s.%N; }
 median() { sort -g | awk '{v[NR]=$1} END {print (NR%2) ? v[(NR+1)/2] : (v[NR/2]+v[NR/2+1])/2}'; }
 
 # One timed run of WHO (loop, cli or jobs1) on a fresh tree of COUNT folders of
-# PER files behind a fresh mount, so that every run starts with cold caches.
-# Sets runSecs and runRequests (in this shell, so that the traps see the mount).
+# PER files behind a fresh mount with OPTIONS, so that every run starts with
+# cold caches. Sets runSecs and runRequests (in this shell, so that the traps
+# see the mount).
 timed() {
-    local who=$1 count=$2 per=$3 back=$work/back f t0 t1
+    local who=$1 count=$2 per=$3 options=$4 back=$work/back f t0 t1
     rm -rf "$back"
     mkdir "$back"
     for ((f = 1; f <= count; f++)); do
         mkdir "$back/$(printf 'shot%03d' "$f")"
         "$loop" make "$back/$(printf 'shot%03d' "$f")" frame. "$per"
     done
-    mountFs "$back" "$work/stats" || { echo "network_bench: the mount failed" >&2; exit 1; }
+    mountFs "$back" "$work/stats" "$options" || { echo "network_bench: the mount failed" >&2; exit 1; }
     local cliRun=(env HOME="$work/home" XDG_DATA_HOME="$work/home/.local/share"
         XDG_CONFIG_HOME="$work/home/.config" "$cli")
     [ "$who" = jobs1 ] && cliRun+=(--jobs 1)
@@ -114,33 +120,54 @@ ratio() { # WHO: its median against the loop's
     awk -v a="${med[$1]}" -v b="${med[loop]}" 'BEGIN { printf "%.2f", a / b }'
 }
 
-who=(loop cli)
-[ "$jobs" = yes ] && who+=(jobs1)
-echo "network_bench: $delay us per request${extra:+ ($extra)}, median of $runs runs"
-printf '%-10s %6s %8s %8s %6s %8s %6s   %s\n' layout files loop_s cli_s ratio jobs1_s ratio \
-    'requests per file: loop cli jobs1'
-for layout in "$folders $perFolder" "1 $oneFolder"; do
-    read -r count per <<<"$layout"
-    ((count > 0 && per > 0)) || continue
-    files=$((count * per))
+hasJobs=no
+HOME=$work/home "$cli" --help 2>&1 | grep -q -- '--jobs' && hasJobs=yes
+[ "$hasJobs" = yes ] || echo "network_bench: $cli has no --jobs: its --jobs 1 runs are left out"
+verdicts=()
+
+# One layout: LABEL, COUNT folders of PER files, mount OPTIONS, the contestants
+# besides the loop, and TARGET, the most the default may take of the loop's
+# time ("-" for none).
+layout() {
+    local label=$1 count=$2 per=$3 options=$4 target=$6 w r k
+    local who=(loop $5)
+    [ "$hasJobs" = yes ] || who=("${who[@]/jobs1/}")
+    read -ra who <<<"${who[*]}"
+    ((count > 0 && per > 0)) || return 0
+    local files=$((count * per))
     declare -A secs=() reqs=()
     for ((r = 0; r < runs; r++)); do
         # Rotate the order so that no contestant always runs first on a quieter machine.
         for ((k = 0; k < ${#who[@]}; k++)); do
             w=${who[(k + r) % ${#who[@]}]}
-            timed "$w" "$count" "$per"
+            timed "$w" "$count" "$per" "$options"
             secs[$w]+="$runSecs " reqs[$w]+="$runRequests "
         done
     done
-    declare -A med=() perFile=()
+    declare -gA med=()
+    local -A perFile=()
     for w in "${who[@]}"; do
         med[$w]=$(printf '%s\n' ${secs[$w]} | median | awk '{ printf "%.2f", $1 }')
         perFile[$w]=$(awk -v q="$(printf '%s\n' ${reqs[$w]} | median)" -v n="$files" \
             'BEGIN { printf "%.1f", q / n }')
     done
-    printf '%-10s %6d %8s %8s %6s %8s %6s   %s %s %s\n' "$count x $per" "$files" \
+    printf '%-24s %6d %8s %8s %6s %8s %6s   %s %s %s\n' "$label" "$files" \
         "${med[loop]}" "${med[cli]}" "$(ratio cli)" "${med[jobs1]:-n/a}" "$(ratio jobs1)" \
         "${perFile[loop]}" "${perFile[cli]}" "${perFile[jobs1]:-n/a}"
     for w in "${who[@]}"; do echo "    $w runs: ${secs[$w]}"; done
-    unset secs reqs med perFile
-done
+    if [ "$target" != - ]; then
+        local verdict=fail
+        awk -v r="$(ratio cli)" -v t="$target" 'BEGIN { exit !(r <= t) }' && verdict=pass
+        verdicts+=("$(printf '%-24s default %sx of the loop, target <= %sx: %s' "$label" \
+            "$(ratio cli)" "$target" "$verdict")")
+    fi
+}
+
+echo "network_bench: $delay us per request${extra:+ ($extra)}, median of $runs runs"
+printf '%-24s %6s %8s %8s %6s %8s %6s   %s\n' layout files loop_s cli_s ratio jobs1_s ratio \
+    'requests per file: loop cli jobs1'
+layout "$folders x $perFolder" "$folders" "$perFolder" "" "cli jobs1" 0.15
+layout "1 x $oneFolder" 1 "$oneFolder" "" "cli" 1.0
+layout "$bareFolders x $perFolder, no flags/links" "$bareFolders" "$perFolder" \
+    "norenameflags,nolinks" "cli jobs1" -
+((${#verdicts[@]} == 0)) || { echo "targets:"; printf '  %s\n' "${verdicts[@]}"; }

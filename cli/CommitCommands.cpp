@@ -11,6 +11,7 @@
 #include <QSet>
 
 #include <atomic>
+#include <charconv>
 #include <csignal>
 #include <cstdio>
 #include <iostream>
@@ -184,6 +185,21 @@ void addCommitOptions(CLI::App& app, CommitOptions& o) {
                    "a file outside the batch at a new name goes: 0 into \"Conflicting files\", "
                    "1 to a dated name, 2 to the trash (default: the stored preference)")
         ->check(CLI::Range(0, 2));
+    app.add_option("--jobs", o.jobs,
+                   "moves at once, each in a different folder (default: the stored preference, "
+                   "16); 1 renames one file after another")
+        ->type_name("N")
+        ->check(CLI::Validator(
+            [](std::string& value) -> std::string {
+                int n = 0;
+                const char* end = value.data() + value.size();
+                const auto [at, error] = std::from_chars(value.data(), end, n);
+                if (error == std::errc() && at == end && n >= 1 && n <= Preferences::kMaxCommitJobs)
+                    return {};
+                return "takes a whole number from 1 to " +
+                       std::to_string(Preferences::kMaxCommitJobs) + ", not \"" + value + '"';
+            },
+            "", "jobs"));
     auto* undoOption =
         app.add_option("--undo", o.undo, "reverse the moves of a rename journal, last first");
     app.add_flag("--recover", o.recover,
@@ -237,6 +253,7 @@ int runCommit(MyDocument& doc, const CommitOptions& o, const PreviewRows& rows) 
 
     FileMover::installFaultsFromEnvironment();
     Preferences::setConflictActionOverride(o.conflictAction);
+    Preferences::setCommitJobsOverride(o.jobs);
     DocumentView& terminal = doc.view();
     CommitView view(terminal, doc);
     doc.setView(&view);
@@ -249,6 +266,7 @@ int runCommit(MyDocument& doc, const CommitOptions& o, const PreviewRows& rows) 
     }
     doc.setView(&terminal);
     Preferences::setConflictActionOverride(std::nullopt);
+    Preferences::setCommitJobsOverride(std::nullopt);
 
     // Failed files keep their old name; files a Ctrl-C never reached too.
     const QStringList failed = doc.lastFailedNames();

@@ -14,11 +14,13 @@ struct CommitOptions {
     bool yes = false;
     bool allowConflicts = false;
     std::optional<int> conflictAction; // the stored default when absent
+    std::optional<int> jobs;           // moves in flight; the stored default when absent
     std::string undo;                  // a journal to undo
     bool recover = false;
 };
 
-// Registers --apply, -y/--yes, --allow-conflicts, --conflict-action, --undo, --recover.
+// Registers --apply, -y/--yes, --allow-conflicts, --conflict-action, --jobs,
+// --undo, --recover.
 void addCommitOptions(CLI::App& app, CommitOptions& options);
 
 // --undo or --recover: runs it and returns the exit status; nullopt when

@@ -3,11 +3,15 @@
 #include <QByteArray>
 #include <QString>
 #include <functional>
+#include <optional>
+#include <sys/types.h>
 
 // The one way the commit changes the file system. A move never replaces
 // whatever already stands at its destination (renameat2 with RENAME_NOREPLACE,
 // or a safe fallback where the file system lacks it). Every operation returns
 // an empty string on success, else the system's description of the error.
+// Safe from several threads at once; a flag or hard link a file system
+// refuses is remembered for it, so it costs one round trip, not one per file.
 class FileMover {
 public:
     enum class Op { Move, Trash, MakeDirectory, RemoveDirectory };
@@ -33,6 +37,11 @@ public:
     static void installFaultsFromEnvironment();
     // Test seam: take the fallback path as if renameat2 were unsupported.
     static void setForceFallbackForTesting(bool force);
+    // Test seam: act as a file system that refuses rename flags (EINVAL) and/or
+    // hard links (EPERM), as SMB does, and forget what real ones refused;
+    // refusedAttemptsForTesting counts the calls refused since.
+    static void simulateRefusalsForTesting(bool renameFlags, bool hardLinks);
+    static int refusedAttemptsForTesting();
 
     // The folder of the last move made through it, held open: a move within
     // that folder then names only the two entries, where full paths make the
@@ -50,8 +59,10 @@ public:
         friend class FileMover;
         int open(QByteArrayView path); // the descriptor, or -1
         void close();
+        std::optional<dev_t> device(); // its file system, asked once
         QByteArray m_path;
         int m_fd = -1;
+        std::optional<dev_t> m_device;
     };
 
     // A path in the system's encoding: what QFile::encodeName gives, which

@@ -20,6 +20,8 @@ void setConflictActionOverride(std::optional<int> value);
 // kDefaultCommitJobs); 1 moves one file after another. A stored value below 1
 // or not a number reads as the default.
 constexpr int kDefaultCommitJobs = 16;
+// The most either front end offers to set.
+constexpr int kMaxCommitJobs = 64;
 int commitJobs();
 void setCommitJobs(int value);
 // For one run (the command line's --jobs); nullopt removes it.

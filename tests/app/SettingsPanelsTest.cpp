@@ -16,6 +16,7 @@
 #include <QScrollArea>
 #include <QSettings>
 #include <QSignalSpy>
+#include <QSpinBox>
 
 using namespace Qt::StringLiterals;
 
@@ -155,6 +156,11 @@ private slots:
         dialog.show();
         QVERIFY(rename->isChecked());
         QVERIFY(dialog.findChild<QCheckBox*>(u"showFullSourcePathsCheck"_s)->isChecked());
+        auto* jobs = dialog.findChild<QSpinBox*>(u"commitJobsSpin"_s);
+        QVERIFY(jobs && jobs->value() == Preferences::kDefaultCommitJobs);
+        jobs->setValue(4);
+        QCOMPARE(Preferences::commitJobs(), 4); // what the commit reads
+        QCOMPARE(changed.last().first().toString(), UserDefaults::commitJobsKey);
     }
 };
 

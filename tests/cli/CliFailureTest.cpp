@@ -47,6 +47,9 @@ TEST(CliFailures, AFailingTaskSaysWhyAndRenamesNothing) {
          u"find-replace: the pattern \"(\" does not compile: U_REGEX_MISMATCHED_PAREN at "
          u"offset 1"_s},
         {words(u"-t prefix"_s), u"prefix: the setting \"prefix\" is missing or empty"_s},
+        {words(u"--jobs 0"_s), u"--jobs: takes a whole number from 1 to 64, not \"0\""_s},
+        {words(u"--jobs -3"_s), u"--jobs: takes a whole number from 1 to 64, not \"-3\""_s},
+        {words(u"--jobs 2x"_s), u"--jobs: takes a whole number from 1 to 64, not \"2x\""_s},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.line.toStdString());

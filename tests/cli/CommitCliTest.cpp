@@ -158,7 +158,8 @@ TEST_F(CommitCli, ConflictsRefuseWithStatusThreeUnlessAllowed) {
 TEST_F(CommitCli, ConflictActionForOneRun) {
     const QString a = tree.file(u"files/a"_s, "batch");
     tree.file(u"files/x_a"_s, "foreign");
-    const CliResult r = run(words(u"-t prefix -s prefix=x_ --apply -y --conflict-action 1"_s) << a);
+    const CliResult r =
+        run(words(u"-t prefix -s prefix=x_ --apply -y --conflict-action 1 --jobs 1"_s) << a);
     ASSERT_EQ(r.status, 0) << r.err.toStdString();
     EXPECT_EQ(tree.read(u"files/x_a"_s), "batch");
     EXPECT_FALSE(tree.exists(u"files/Conflicting files"_s));
