@@ -58,29 +58,6 @@ TEST_F(QXAuthorizationTest, rightsAreAskedForOnceAndKeptUntilTheEnd) {
     EXPECT_TRUE(fake->rightsAsked.isEmpty());
 }
 
-TEST_F(QXAuthorizationTest, nameAndPasswordRights) {
-    AsOrdinaryUser user(fake);
-    EXPECT_FALSE(auth().authStartWithUser(QString(), u"pw"_s));
-    EXPECT_FALSE(auth().authStartWithUser(u"alice"_s, QString()));
-    EXPECT_TRUE(fake->credentials.isEmpty());
-
-    fake->credentialsAnswer = 5;
-    EXPECT_FALSE(auth().authStartWithUser(u"alice"_s, u"pw"_s));
-    EXPECT_TRUE(console.contains(u"Unable to create authRef - error 5"_s));
-
-    fake->credentialsAnswer = -1;
-    EXPECT_FALSE(auth().authStartWithUser(u"alice"_s, u"bad"_s));
-    const QString refused = u"Authorization failed. Invalid username or password"_s;
-    EXPECT_TRUE(console.contains(refused));
-    EXPECT_TRUE(currentLogText().contains(refused));
-    EXPECT_FALSE(auth().isAuthorized());
-
-    fake->credentialsAnswer = 0;
-    EXPECT_TRUE(auth().authStartWithUser(u"alice"_s, u"good"_s));
-    EXPECT_TRUE(auth().isAuthorized());
-    EXPECT_EQ(fake->credentials.last(), u"alice:good"_s);
-}
-
 TEST_F(QXAuthorizationTest, theSuperUserNeedsNoRightsAndRunsToolsItself) {
     AsOrdinaryUser root(fake, false, 0);
     EXPECT_TRUE(auth().isAuthorized());

@@ -1,11 +1,9 @@
 #include "QXFileManager.h"
 #include "SupportTest.h"
 
-#include <QDateTime>
 #include <QStandardPaths>
 
 #include <sys/stat.h>
-#include <utime.h>
 
 using namespace Qt::StringLiterals;
 
@@ -181,15 +179,6 @@ TEST_F(QXFileManagerTest, theLockedAttributeIsTheImmutableFlagWhereThereIsOne) {
     QXFileManager::lockFile(g);
     EXPECT_TRUE(QXFileManager::removeFile(g));
     EXPECT_FALSE(QFileInfo::exists(g));
-}
-
-TEST_F(QXFileManagerTest, touchUpdatesTheModificationTime) {
-    const QString f = file("old.txt");
-    const utimbuf times = {1000000000, 1000000000};
-    ::utime(QFile::encodeName(f).constData(), &times);
-    EXPECT_TRUE(QXFileManager::touchFile(f, true));
-    EXPECT_GT(QFileInfo(f).lastModified().toSecsSinceEpoch(), 1000000000);
-    EXPECT_FALSE(QXFileManager::touchFile(t("missing")));
 }
 
 } // namespace
