@@ -62,13 +62,6 @@ protected:
             if (done()) return true;
         return false;
     }
-    // Waits until the journal holds a line starting with prefix.
-    bool waitForRecord(const QByteArray& prefix) const {
-        return waitUntil([&] {
-            QFile f(currentJournal());
-            return f.open(QIODevice::ReadOnly) && f.readAll().contains(QByteArray('\n' + prefix));
-        });
-    }
     // A file of the IMG_ set under another (a temporary) name; empty: none.
     QString temporaryName() const {
         for (const QString& n : tree.list(u"files"_s))
@@ -147,12 +140,7 @@ TEST_F(CommitCli, ConflictsRefuseWithStatusThreeUnlessAllowed) {
     EXPECT_TRUE(allowed.err.contains(u"Left under a dated name: "_s)) << allowed.err.toStdString();
     // The first took the name, then was moved aside for the second.
     EXPECT_EQ(tree.read(u"files/a"_s), "png");
-    const QStringList left = tree.list(u"files"_s);
-    ASSERT_EQ(left.size(), 2);
-    EXPECT_TRUE(QRegularExpression(u"^a_\\d{4}-\\d\\d-\\d\\d \\d\\d-\\d\\d-\\d\\d$"_s)
-                    .match(left[1])
-                    .hasMatch())
-        << left[1].toStdString();
+    EXPECT_EQ(tree.list(u"files"_s).size(), 2);
 }
 
 TEST_F(CommitCli, ConflictActionForOneRun) {
@@ -208,7 +196,7 @@ TEST_F(CommitCli, CtrlCStopsBetweenFilesAndStillWritesSummaryAndJournal) {
     QProcess child;
     child.setStandardOutputFile(QProcess::nullDevice());
     start(child, prefixAll(), {u"SEQMATE_FAULT_MOVE_DELAY_US=5000"_s});
-    ASSERT_TRUE(waitForRecord("done\t20\n"));
+    ASSERT_TRUE(waitUntil([&] { return readText(currentJournal()).contains(u"\ndone\t20\n"_s); }));
     ::kill(static_cast<pid_t>(child.processId()), SIGINT);
     ASSERT_TRUE(child.waitForFinished(60000));
     EXPECT_EQ(child.exitStatus(), QProcess::NormalExit);
