@@ -62,7 +62,6 @@ TEST(PropertyListTest, roundTripKeepsValuesAndTypesInTheStandardXmlForm) {
     const QVariantMap back = PropertyList::readFile(path, &error).toMap();
     EXPECT_TRUE(error.isEmpty()) << qPrintable(error);
     EXPECT_EQ(back, sample());
-    EXPECT_EQ(back.value(u"ratio"_s).toDouble(), 0.1);
 
     const QString xml = QString::fromUtf8(PropertyList::toXml(
         QVariantMap{{u"b"_s, kBig}, {u"a"_s, u"x<&y"_s}, {u"c"_s, qlonglong(-5)}}));

