@@ -77,11 +77,6 @@ protected:
             return !now.isEmpty() && std::exchange(previous, now) == now;
         });
     }
-    static QString journalOf(const CliResult& r) {
-        const auto m = QRegularExpression(u"^journal: (.*)$"_s, QRegularExpression::MultilineOption)
-                           .match(r.err);
-        return m.hasMatch() ? m.captured(1) : QString();
-    }
 
     // Prefixes every file of the folder with "x_".
     QStringList prefixAll() const {
@@ -234,7 +229,7 @@ TEST_F(CommitCli, InterruptedUndoIsFinishedByUndoingTheOriginalAgain) {
     ASSERT_EQ(commit.status, 0) << commit.err.toStdString();
     EXPECT_TRUE(commit.err.contains(u"Rename complete\n3 files renamed.\n"_s));
     EXPECT_FALSE(commit.out.contains(u"Rename complete"_s)); // standard output keeps the preview
-    const QString journal = journalOf(commit);
+    const QString journal = currentJournal();
     EXPECT_TRUE(readText(journal).endsWith(u"complete\n"_s));
     QProcess undo;
     undo.setStandardOutputFile(QProcess::nullDevice());
