@@ -135,6 +135,11 @@ TEST_F(QXTroubleshootingTest, gathersLogsCrashReportsAndPreferencesWithLinksAsTh
         EXPECT_FALSE(entries.contains(inArchive(path))) << path.toStdString();
     EXPECT_TRUE(S_ISREG(entries.value(inArchive(logs + u"/Probe.3.log"_s)).first));
     EXPECT_TRUE(S_ISLNK(entries.value(inArchive(logs + u"/Probe.4.log"_s)).first));
+    // Gathering again keeps the first archive: the second has a time stamp in its name.
+    const QString again = gather().archivePath;
+    EXPECT_TRUE(
+        matches(QRegularExpression::escape(desktop) + u"/Probe Logs_\\d{14}\\.zip"_s, again))
+        << again.toStdString();
 }
 
 // The window's menu test covers the task log's message and opening the current log.
