@@ -63,15 +63,13 @@ TEST(PropertyListTest, roundTripKeepsValuesAndTypesInTheStandardXmlForm) {
     EXPECT_TRUE(error.isEmpty()) << qPrintable(error);
     EXPECT_EQ(back, sample());
 
-    const QString xml = QString::fromUtf8(PropertyList::toXml(
-        QVariantMap{{u"b"_s, kBig}, {u"a"_s, u"x<&y"_s}, {u"c"_s, qlonglong(-5)}}));
+    const QString xml =
+        QString::fromUtf8(PropertyList::toXml(QVariantMap{{u"b"_s, kBig}, {u"a"_s, u"x<&y"_s}}));
     EXPECT_TRUE(xml.startsWith(u"<?xml version=\"1.0\" encoding=\"UTF-8\"?>"_s));
-    for (const QString& part :
-         {u"<!DOCTYPE plist PUBLIC"_s, u"<plist version=\"1.0\">"_s, u"x&lt;&amp;y"_s,
-          u"<integer>18446744073709551613</integer>"_s, u"<integer>-5</integer>"_s})
+    for (const QString& part : {u"<!DOCTYPE plist PUBLIC"_s, u"<plist version=\"1.0\">"_s,
+                                u"x&lt;&amp;y"_s, u"<integer>18446744073709551613</integer>"_s})
         EXPECT_TRUE(xml.contains(part)) << part.toStdString();
     EXPECT_LT(xml.indexOf(u"<key>a</key>"_s), xml.indexOf(u"<key>b</key>"_s));
-    EXPECT_LT(xml.indexOf(u"<key>b</key>"_s), xml.indexOf(u"<key>c</key>"_s));
 }
 
 TEST(PropertyListTest, integerTextTable) {

@@ -142,16 +142,4 @@ TEST_F(QXTroubleshootingTest, gathersLogsCrashReportsAndPreferencesWithLinksAsTh
         << again.toStdString();
 }
 
-// The window's menu test covers the task log's message and opening the current log.
-TEST_F(QXTroubleshootingTest, viewingALogOpensItOrExplainsWhyNot) {
-    const QXViewLogResult r = QXTroubleshootingUtils::viewLogForApp(app);
-    EXPECT_TRUE(r.path.isEmpty());
-    EXPECT_EQ(frontEnd->alerts, QStringList{u"No log found|You must perform a task before viewing "
-                                            u"the log."_s});
-    const QString taskLog = logs + u"/Probe.1.task.log"_s;
-    writeFile(taskLog);
-    EXPECT_EQ(QXTroubleshootingUtils::viewTaskLogForApp(app).path, taskLog);
-    EXPECT_EQ(frontEnd->opened, QStringList{taskLog});
-}
-
 } // namespace
