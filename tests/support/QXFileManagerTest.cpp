@@ -79,6 +79,7 @@ TEST_F(QXFileManagerTest, failuresFallBackToThePrivilegedToolsAndTakeTheirResult
     EXPECT_TRUE(QXFileManager::moveFile(a, target));
     EXPECT_TRUE(QXFileManager::copyFile(a, t("missing/b.txt")));
     EXPECT_TRUE(QXFileManager::createDirectory(wanted));
+    EXPECT_EQ(fake->calls.value(1).arguments.mid(3), (QStringList{a, t("missing/b.txt")}));
     fake->executeAnswer = 1;
     EXPECT_FALSE(QXFileManager::createDirectory(wanted));
 
