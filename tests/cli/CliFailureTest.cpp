@@ -36,28 +36,16 @@ void expectOneLineFailure(const CliResult& r, const QString& text) {
     EXPECT_TRUE(r.out.isEmpty()) << r.out.toStdString();
 }
 
+// The engine's failure tests hold every cause and its message; here one of them.
 TEST(CliFailures, AFailingTaskSaysWhyAndRenamesNothing) {
     TempTree t;
+    const QStringList task = words(u"-t find-replace -s regex=1 -s find=("_s) << t(u"d"_s);
+    const QString line = u"find-replace: the pattern \"(\" does not compile: "
+                         u"U_REGEX_MISMATCHED_PAREN at offset 1"_s;
     t.file(u"d/aaaa.txt"_s);
-    const struct {
-        QStringList args;
-        QString line;
-    } cases[] = {
-        {words(u"-t find-replace -s regex=1 -s find=("_s),
-         u"find-replace: the pattern \"(\" does not compile: U_REGEX_MISMATCHED_PAREN at "
-         u"offset 1"_s},
-        {words(u"-t prefix"_s), u"prefix: the setting \"prefix\" is missing or empty"_s},
-        {words(u"--jobs 0"_s), u"--jobs: takes a whole number from 1 to 64, not \"0\""_s},
-        {words(u"--jobs -3"_s), u"--jobs: takes a whole number from 1 to 64, not \"-3\""_s},
-        {words(u"--jobs 2x"_s), u"--jobs: takes a whole number from 1 to 64, not \"2x\""_s},
-    };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.line.toStdString());
-        expectOneLineFailure(runCli(c.args + QStringList{t(u"d"_s)}), c.line);
-        expectOneLineFailure(runCli(c.args + QStringList{u"--apply"_s, u"-y"_s, t(u"d"_s)}),
-                             c.line);
-        EXPECT_TRUE(t.exists(u"d/aaaa.txt"_s));
-    }
+    expectOneLineFailure(runCli(task), line);
+    expectOneLineFailure(runCli(task + QStringList{u"--apply"_s, u"-y"_s}), line);
+    EXPECT_TRUE(t.exists(u"d/aaaa.txt"_s));
 }
 
 TEST(CliFailures, PathsThatAreNotUtf8AreRefusedNotMapped) {
@@ -82,26 +70,15 @@ TEST(CliFailures, PathsThatAreNotUtf8AreRefusedNotMapped) {
     EXPECT_EQ(QJsonDocument::fromJson(listed.out.toUtf8()).array().size(), 1);
 }
 
+// Whatever the engine finds wrong with a batch file (its tests say which), one line names it.
 TEST(CliFailures, FilesThatAreNotBatchFilesAreRefused) {
     TempTree t;
-    const QByteArray head = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<plist version=\"1.0\">\n";
-    const QByteArray bad[] = {
-        "this is not a property list",
-        head + "<dict><key>files</key><array><string>/a/b",
-        head + "<array><string>/a/b</string></array></plist>",
-    };
-    for (const QByteArray& content : bad) {
-        const QString file = t.file(u"b.sqb"_s, content);
-        const CliResult r = runCli({u"-b"_s, file});
-        EXPECT_EQ(r.status, 2) << content.constData();
-        EXPECT_TRUE(r.err.startsWith(u"seqmate-cli: not a batch file: "_s + file + u" ("_s))
-            << r.err.toStdString();
-        EXPECT_EQ(r.err.count(u'\n'), 1);
-    }
-    // A batch without files is still a batch: an empty one.
-    const QString empty = t.file(u"e.sqb"_s, head + "<dict><key>selectedAction</key><integer>"
-                                                    "21</integer></dict></plist>");
-    EXPECT_EQ(runCli({u"-b"_s, empty, u"--json"_s}).out, u"[]\n"_s);
+    const QString file = t.file(u"b.sqb"_s, "this is not a property list");
+    const CliResult r = runCli({u"-b"_s, file});
+    EXPECT_EQ(r.status, 2);
+    EXPECT_TRUE(r.err.startsWith(u"seqmate-cli: not a batch file: "_s + file + u" ("_s))
+        << r.err.toStdString();
+    EXPECT_EQ(r.err.count(u'\n'), 1);
 }
 
 TEST(CliFailures, JsonIsPrintedForEveryForm) {
@@ -132,11 +109,10 @@ TEST(CliFailures, JsonIsPrintedForEveryForm) {
     EXPECT_EQ(first.value(u"new"_s).toString(), u"shot.exr"_s);
     EXPECT_TRUE(first.value(u"conflict"_s).toBool()); // all become shot.exr
 }
-} // namespace
 
-// A new name that is no file name is flagged in the table and the JSON, and
-// the commit leaves that file where it is.
-TEST(CliFailures, NamesThatAreNoFileNamesAreFlaggedAndNotMoved) {
+// A new name that is no file name is flagged in the table and the JSON; the
+// engine's commit guard leaves that file where it is.
+TEST(CliFailures, NamesThatAreNoFileNamesAreFlagged) {
     TempTree t;
     t.file(u"d/a.txt"_s, "a");
     const QStringList task{u"-t"_s, u"prefix"_s, u"-s"_s, u"prefix=../"_s, t(u"d"_s)};
@@ -146,8 +122,6 @@ TEST(CliFailures, NamesThatAreNoFileNamesAreFlaggedAndNotMoved) {
     const CliResult json = runCli(task + QStringList{u"--json"_s});
     const QJsonObject row = QJsonDocument::fromJson(json.out.toUtf8()).array().at(0).toObject();
     EXPECT_EQ(row[u"problem"_s].toString(), u"not a file name: it contains \"/\""_s);
-    const CliResult apply = runCli(task + QStringList{u"--apply"_s, u"-y"_s});
-    EXPECT_EQ(apply.status, 1) << apply.err.toStdString();
-    EXPECT_EQ(t.list(u"d"_s), QStringList{u"a.txt"_s});
-    EXPECT_EQ(t.list(), QStringList{u"d"_s});
 }
+
+} // namespace

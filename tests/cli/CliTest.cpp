@@ -70,6 +70,9 @@ TEST(Cli, UsageErrorsExitWithTwoAndOneLine) {
         words(u"-t lower --apply -y --conflict-action 3 DIR"_s),
         words(u"-t lower --apply DIR"_s), // no terminal to confirm on, no -y
         words(u"--undo DIR/A"_s),         // no rename journal
+        words(u"-t lower --apply -y --jobs 0 DIR"_s),
+        words(u"-t lower --apply -y --jobs -3 DIR"_s),
+        words(u"-t lower --apply -y --jobs 2x DIR"_s),
     };
     for (QStringList args : bad) {
         args.replaceInStrings(u"DIR"_s, t.path());

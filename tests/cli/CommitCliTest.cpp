@@ -62,13 +62,6 @@ protected:
             if (done()) return true;
         return false;
     }
-    // Waits until the journal holds a line starting with prefix.
-    bool waitForRecord(const QByteArray& prefix) const {
-        return waitUntil([&] {
-            QFile f(currentJournal());
-            return f.open(QIODevice::ReadOnly) && f.readAll().contains(QByteArray('\n' + prefix));
-        });
-    }
     // A file of the IMG_ set under another (a temporary) name; empty: none.
     QString temporaryName() const {
         for (const QString& n : tree.list(u"files"_s))
@@ -84,11 +77,6 @@ protected:
             return !now.isEmpty() && std::exchange(previous, now) == now;
         });
     }
-    static QString journalOf(const CliResult& r) {
-        const auto m = QRegularExpression(u"^journal: (.*)$"_s, QRegularExpression::MultilineOption)
-                           .match(r.err);
-        return m.hasMatch() ? m.captured(1) : QString();
-    }
 
     // Prefixes every file of the folder with "x_".
     QStringList prefixAll() const {
@@ -97,17 +85,6 @@ protected:
 
     TempTree tree;
 };
-
-TEST_F(CommitCli, ApplyRenamesAndNamesTheJournal) {
-    makeFiles(u"a.%1.jpg"_s, 3);
-    const CliResult r = run(prefixAll());
-    ASSERT_EQ(r.status, 0) << r.err.toStdString();
-    EXPECT_EQ(tree.list(u"files"_s),
-              (QStringList{u"x_a.0001.jpg"_s, u"x_a.0002.jpg"_s, u"x_a.0003.jpg"_s}));
-    EXPECT_TRUE(r.err.contains(u"Rename complete\n3 files renamed.\n"_s)) << r.err.toStdString();
-    EXPECT_FALSE(r.out.contains(u"Rename complete"_s)); // standard output keeps the preview only
-    EXPECT_TRUE(readText(journalOf(r)).endsWith(u"complete\n"_s));
-}
 
 // On a terminal the question is asked (script(1) gives the child one).
 TEST_F(CommitCli, ConfirmationIsAskedOnATerminal) {
@@ -147,12 +124,7 @@ TEST_F(CommitCli, ConflictsRefuseWithStatusThreeUnlessAllowed) {
     EXPECT_TRUE(allowed.err.contains(u"Left under a dated name: "_s)) << allowed.err.toStdString();
     // The first took the name, then was moved aside for the second.
     EXPECT_EQ(tree.read(u"files/a"_s), "png");
-    const QStringList left = tree.list(u"files"_s);
-    ASSERT_EQ(left.size(), 2);
-    EXPECT_TRUE(QRegularExpression(u"^a_\\d{4}-\\d\\d-\\d\\d \\d\\d-\\d\\d-\\d\\d$"_s)
-                    .match(left[1])
-                    .hasMatch())
-        << left[1].toStdString();
+    EXPECT_EQ(tree.list(u"files"_s).size(), 2);
 }
 
 TEST_F(CommitCli, ConflictActionForOneRun) {
@@ -164,15 +136,6 @@ TEST_F(CommitCli, ConflictActionForOneRun) {
     EXPECT_EQ(tree.read(u"files/x_a"_s), "batch");
     EXPECT_FALSE(tree.exists(u"files/Conflicting files"_s));
     EXPECT_EQ(tree.list(u"files"_s).size(), 2); // x_a and the dated foreign file
-}
-
-TEST_F(CommitCli, FailedFileGivesStatusOneAndItsOldName) {
-    makeFiles(u"f%1"_s, 3);
-    const CliResult r = run(prefixAll(), {u"SEQMATE_FAULT_FAIL=2"_s});
-    EXPECT_EQ(r.status, 1);
-    EXPECT_TRUE(r.err.contains(u"The following files were not renamed:\n\nf0002\n"_s))
-        << r.err.toStdString();
-    EXPECT_EQ(tree.list(u"files"_s), (QStringList{u"f0002"_s, u"x_f0001"_s, u"x_f0003"_s}));
 }
 
 // A child killed mid-commit (SIGKILL), here right after the temporary move of
@@ -209,7 +172,7 @@ TEST_F(CommitCli, CtrlCStopsBetweenFilesAndStillWritesSummaryAndJournal) {
     QProcess child;
     child.setStandardOutputFile(QProcess::nullDevice());
     start(child, prefixAll(), {u"SEQMATE_FAULT_MOVE_DELAY_US=5000"_s});
-    ASSERT_TRUE(waitForRecord("done\t20\n"));
+    ASSERT_TRUE(waitUntil([&] { return readText(currentJournal()).contains(u"\ndone\t20\n"_s); }));
     ::kill(static_cast<pid_t>(child.processId()), SIGINT);
     ASSERT_TRUE(child.waitForFinished(60000));
     EXPECT_EQ(child.exitStatus(), QProcess::NormalExit);
@@ -249,22 +212,26 @@ TEST_F(CommitCli, FailedMoveAsideIsReportedAsWhatHappened) {
     const CliResult r = run(words(u"-t remove-ext --apply -y --allow-conflicts"_s) << jpg << png,
                             {u"SEQMATE_FAULT_FAIL=3"_s}); // a.jpg -> a, a.png -> a (taken), a aside
     EXPECT_EQ(r.status, 1);
-    EXPECT_TRUE(r.err.contains(u"Not moved aside: a keeps its name (Input/output error)"_s))
+    EXPECT_TRUE(r.err.contains(u"The following files were not renamed:\n\na.png\nNot moved aside: "
+                               u"a keeps its name (Input/output error)"_s))
         << r.err.toStdString();
     EXPECT_FALSE(r.err.contains(u"Left under a dated name"_s));
     EXPECT_EQ(tree.list(u"files"_s), (QStringList{u"a"_s, u"a.png"_s}));
     EXPECT_EQ(tree.read(u"files/a"_s), "jpg");
 }
 
-// An undo killed between the two moves that take a file back from a case
-// change: --recover lists the file and sends the user back to the original
-// journal, whose second undo finishes the work.
+// A commit that completes, then an undo of it killed between the two moves
+// that take a file back from a case change: --recover lists the file and sends
+// the user back to the original journal, whose second undo finishes the work.
 TEST_F(CommitCli, InterruptedUndoIsFinishedByUndoingTheOriginalAgain) {
     makeFiles(u"IMG_%1.JPG"_s, 3);
     const QStringList original = tree.list(u"files"_s);
     const CliResult commit = run({u"-t"_s, u"lower"_s, u"--apply"_s, u"-y"_s, tree(u"files"_s)});
     ASSERT_EQ(commit.status, 0) << commit.err.toStdString();
-    const QString journal = journalOf(commit);
+    EXPECT_TRUE(commit.err.contains(u"Rename complete\n3 files renamed.\n"_s));
+    EXPECT_FALSE(commit.out.contains(u"Rename complete"_s)); // standard output keeps the preview
+    const QString journal = currentJournal();
+    EXPECT_TRUE(readText(journal).endsWith(u"complete\n"_s));
     QProcess undo;
     undo.setStandardOutputFile(QProcess::nullDevice());
     start(undo, {u"--undo"_s, journal}, {u"SEQMATE_FAULT_STOP_AFTER=1"_s});

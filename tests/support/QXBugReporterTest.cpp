@@ -8,8 +8,6 @@
 #include <QDateTime>
 
 #include <csignal>
-#include <pwd.h>
-#include <sys/stat.h>
 #include <sys/wait.h>
 
 using namespace Qt::StringLiterals;
@@ -133,23 +131,6 @@ TEST_F(QXBugReporterTest, theCrashReporterCanBeSwitchedOffForTheVendorsApplicati
     EXPECT_TRUE(currentLogText().contains(u" - Crash reporter disabled"_s));
 }
 
-TEST_F(QXBugReporterTest, aRecordInAUsersHomeIsGivenBackToThatUser) {
-    const passwd* nobody = ::getpwnam("nobody");
-    if (::geteuid() != 0 || !nobody) GTEST_SKIP() << "needs root and the user nobody";
-    const struct {
-        QString path;
-        uid_t owner;
-    } cases[] = {{tree.file(u"home/nobody/record.plist"_s), nobody->pw_uid},
-                 {tree.file(u"Users"_s), 0},
-                 {tree.file(u"var/record.plist"_s), 0}};
-    for (const auto& c : cases) {
-        QXBugReporter::chownPlist(c.path);
-        struct stat st;
-        ASSERT_EQ(::stat(QFile::encodeName(c.path).constData(), &st), 0);
-        EXPECT_EQ(st.st_uid, c.owner) << c.path.toStdString();
-    }
-}
-
 TEST_F(QXBugReporterTest, theBugReporterShowsTheReportAndKeepsCopiesWithoutOverwriting) {
     const QString program = QStringLiteral(SEQMATE_BUGREPORTER_PATH);
     const QByteArray text = "Signal: 11 (SIGSEGV)\n";
@@ -167,10 +148,8 @@ TEST_F(QXBugReporterTest, theBugReporterShowsTheReportAndKeepsCopiesWithoutOverw
 }
 
 TEST(CrashHandlerTest, timeStampsAreCivilDatesWithoutTheCLibrary) {
-    // The epoch's edges, leap days, the century rule, then a sweep across two centuries.
-    QList<long long> seconds = {0, -1, 951782400, 1299161109, 4107542399, 4107542400};
-    for (long long s = -86400LL * 365 * 30; s < 86400LL * 365 * 170; s += 86400LL * 37 + 3671)
-        seconds << s;
+    // The epoch's edges, leap days, the century rule.
+    const QList<long long> seconds = {0, -1, 951782400, 1299161109, 4107542399, 4107542400};
     char out[18];
     for (const long long s : seconds)
         for (const long offset : {0L, 3600L, -7200L}) {

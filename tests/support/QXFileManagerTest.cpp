@@ -1,11 +1,9 @@
 #include "QXFileManager.h"
 #include "SupportTest.h"
 
-#include <QDateTime>
 #include <QStandardPaths>
 
 #include <sys/stat.h>
-#include <utime.h>
 
 using namespace Qt::StringLiterals;
 
@@ -33,14 +31,8 @@ TEST_F(QXFileManagerTest, uniqueValidAndSizeTexts) {
         EXPECT_EQ(QXFileManager::validateFilename(QString::fromUtf8(in)), QString::fromUtf8(out));
 
     const std::pair<double, const char*> sizes[] = {
-        {0, "0 B"},
-        {1023, "1023 B"},
-        {1024, "1.00 KB"},
-        {1536, "1.50 KB"},
-        {1048575, "1024.00 KB"},
-        {1048576, "1.00 MB"},
-        {1073741824, "1.00 GB"},
-        {1099511627776.0, "1024.00 GB"},
+        {1023, "1023 B"},     {1024, "1.00 KB"},       {1048575, "1024.00 KB"},
+        {1048576, "1.00 MB"}, {1073741824, "1.00 GB"}, {1099511627776.0, "1024.00 GB"},
     };
     for (const auto& [bytes, text] : sizes)
         EXPECT_EQ(QXFileManager::formatFileSize(bytes), QString::fromUtf8(text)) << bytes;
@@ -63,9 +55,7 @@ TEST_F(QXFileManagerTest, movesChangeCaseInPlaceAndNeverReplaceAFile) {
 }
 
 TEST_F(QXFileManagerTest, copyingReportsMissingPathsAndCopiesFoldersWithTheirLinks) {
-    EXPECT_FALSE(QXFileManager::copyFile(QString(), t("x")));
     EXPECT_FALSE(QXFileManager::copyFile(t("y"), QString()));
-    EXPECT_TRUE(console.contains(u"Error copying file: source path is nil"_s));
     EXPECT_TRUE(console.contains(u"Error copying file %1: destination path is nil"_s.arg(t("y"))));
 
     file("src/f.txt", "F");
@@ -89,9 +79,7 @@ TEST_F(QXFileManagerTest, failuresFallBackToThePrivilegedToolsAndTakeTheirResult
     EXPECT_TRUE(QXFileManager::moveFile(a, target));
     EXPECT_TRUE(QXFileManager::copyFile(a, t("missing/b.txt")));
     EXPECT_TRUE(QXFileManager::createDirectory(wanted));
-    ASSERT_EQ(fake->calls.size(), 3);
-    EXPECT_EQ(fake->calls[1].arguments.last(), t("missing/b.txt"));
-    EXPECT_EQ(fake->calls[2].arguments, (QStringList{u"-p"_s, wanted}));
+    EXPECT_EQ(fake->calls.value(1).arguments.mid(3), (QStringList{a, t("missing/b.txt")}));
     fake->executeAnswer = 1;
     EXPECT_FALSE(QXFileManager::createDirectory(wanted));
 
@@ -102,14 +90,6 @@ TEST_F(QXFileManagerTest, failuresFallBackToThePrivilegedToolsAndTakeTheirResult
     EXPECT_FALSE(QXFileManager::copyFile(a, t("missing/b.txt")));
     EXPECT_EQ(fake->calls.size(), 4);
     EXPECT_TRUE(QFileInfo::exists(a));
-}
-
-TEST_F(QXFileManagerTest, removingTakesFoldersAndDanglingLinksAndCallsMissingPathsDone) {
-    file("dir/inner/f");
-    QFile::link(t("gone"), t("dangling"));
-    for (const char* path : {"dir", "dangling", "never-was"})
-        EXPECT_TRUE(QXFileManager::removeFile(t(path))) << path;
-    EXPECT_TRUE(tree.list().isEmpty());
 }
 
 TEST_F(QXFileManagerTest, trashingGoesToTheUsersTrashNotTheCurrentFolder) {
@@ -149,7 +129,6 @@ TEST_F(QXFileManagerTest, compressingKeepsTheParentFolderAndStoresLinksAsLinks) 
         QFileInfo::exists(QStandardPaths::writableLocation(QStandardPaths::GenericDataLocation) +
                           u"/Trash/files/Logs.zip"_s));
 
-    EXPECT_FALSE(QXFileManager::compressFile(t("Logs"), t("no/such/folder/x.zip")));
     EXPECT_FALSE(QXFileManager::compressFile(t("missing"), t("x.zip")));
     EXPECT_FALSE(tree.exists(u"x.zip"_s));
     EXPECT_TRUE(currentLogText().contains(u"Unable to compress "_s));
@@ -181,15 +160,6 @@ TEST_F(QXFileManagerTest, theLockedAttributeIsTheImmutableFlagWhereThereIsOne) {
     QXFileManager::lockFile(g);
     EXPECT_TRUE(QXFileManager::removeFile(g));
     EXPECT_FALSE(QFileInfo::exists(g));
-}
-
-TEST_F(QXFileManagerTest, touchUpdatesTheModificationTime) {
-    const QString f = file("old.txt");
-    const utimbuf times = {1000000000, 1000000000};
-    ::utime(QFile::encodeName(f).constData(), &times);
-    EXPECT_TRUE(QXFileManager::touchFile(f, true));
-    EXPECT_GT(QFileInfo(f).lastModified().toSecsSinceEpoch(), 1000000000);
-    EXPECT_FALSE(QXFileManager::touchFile(t("missing")));
 }
 
 } // namespace

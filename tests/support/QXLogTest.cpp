@@ -48,6 +48,9 @@ protected:
 };
 
 TEST_F(QXLogTest, newLogHasTheHeaderThenOneTrimmedLinePerMessage) {
+    QXLocalPaths::setUserIdForTesting(0); // a privileged run writes the machine-wide log
+    EXPECT_EQ(QXLog::currentLogPath(), u"/usr/local/share/Logs/Corvane/LogTest.1.log"_s);
+    QXLocalPaths::setUserIdForTesting(501);
     QXLog::createNewLog();
     EXPECT_EQ(QXLog::currentLogPath(), logPath(1));
     QXLog::appendLog(u"  \n first message \t\n"_s);
@@ -76,14 +79,6 @@ TEST_F(QXLogTest, newLogHasTheHeaderThenOneTrimmedLinePerMessage) {
     // Several at once: the same lines, in order, and short ones on disk on return.
     QXLog::appendLogs({u" a "_s, QString(), u"b"_s});
     EXPECT_EQ(bodies(currentLogText()).mid(3), (QStringList{u"a"_s, u"b"_s}));
-
-    // A given name yields to the executable's.
-    QXLog::sharedController().setAppName(QString());
-    const QString exe = QXLog::sharedController().appName();
-    EXPECT_FALSE(exe.isEmpty());
-    QXLog::createNewLog(u"Other"_s);
-    EXPECT_EQ(QXLog::sharedController().appName(), exe);
-    EXPECT_TRUE(QFileInfo::exists(QXLog::logFolder() + u'/' + exe + u".1.log"_s));
 }
 
 TEST_F(QXLogTest, withoutANewLogLinesAppendToTheFileOrSayWhyNot) {
@@ -107,7 +102,6 @@ TEST_F(QXLogTest, withoutANewLogLinesAppendToTheFileOrSayWhyNot) {
     ASSERT_EQ(console.lines().size(), 2);
     for (const QString& line : console.lines())
         EXPECT_TRUE(line.startsWith(u"Exception writing to log: "_s)) << qPrintable(line);
-    EXPECT_EQ(QXLog::sharedController().bytesInQueue(), 2u); // failed lines stay pending
 }
 
 TEST_F(QXLogTest, fiveGenerationsRotateSkippingGapsAndAFailedMoveStopsThem) {
@@ -148,28 +142,6 @@ TEST_F(QXLogTest, fiveGenerationsRotateSkippingGapsAndAFailedMoveStopsThem) {
     EXPECT_EQ(console.lines(),
               QStringList{u"Unable to create folder %1."_s.arg(QXLog::logFolder())});
     QFile::remove(QXLocalPaths::logDirectory(true));
-}
-
-TEST_F(QXLogTest, superUserWritesTheMachineWideLogButCreatesTheUserFolder) {
-    QXLocalPaths::setUserIdForTesting(0);
-    QXLocalPaths::setConsoleUserForTesting(QString());
-    const QString current = u"/usr/local/share/Logs/Corvane/LogTest.1.log"_s;
-    EXPECT_EQ(QXLog::currentLogPath(), current);
-    const bool machineFolder = QFileInfo(current).dir().exists(); // from a privileged run?
-    QXLog::createNewLog();
-    EXPECT_TRUE(QFileInfo(QXLog::logFolder()).isDir());
-    EXPECT_FALSE(QFileInfo::exists(logPath(1)));
-    if (machineFolder) {
-        QXLog::appendLog(u"as root"_s);
-        const QString text = readText(current);
-        QFile::remove(current);
-        EXPECT_TRUE(text.startsWith(u"Log started: "_s));
-        EXPECT_EQ(bodies(text), QStringList{u"as root"_s});
-    } else {
-        ASSERT_EQ(console.lines().size(), 1);
-        EXPECT_TRUE(
-            console.lines()[0].startsWith(u"Unable to create log file %1 - "_s.arg(current)));
-    }
 }
 
 TEST_F(QXLogTest, vendorPreferenceSwitchesLoggingOffForTheProcess) {

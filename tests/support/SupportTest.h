@@ -125,20 +125,17 @@ public:
         QStringList arguments;
         bool wait;
     };
-    int interactiveAnswer = 0, credentialsAnswer = 0, executeAnswer = 0, releases = 0;
+    int interactiveAnswer = 0, executeAnswer = 0, releases = 0;
     bool runForReal = false;
-    QStringList rightsAsked, credentials;
+    QStringList rightsAsked;
     QList<Call> calls;
 
     int obtainInteractively(const QString& right) override {
         rightsAsked.append(right);
         return interactiveAnswer;
     }
-    int obtainWithCredentials(const QString& right, const QString& user,
-                              const QString& password) override {
-        rightsAsked.append(right);
-        credentials.append(user + u':' + password);
-        return credentialsAnswer;
+    int obtainWithCredentials(const QString&, const QString&, const QString&) override {
+        return -1; // no test grants rights by name and password
     }
     int execute(const QString& tool, const QStringList& arguments, bool wait) override {
         calls.append({tool, arguments, wait});
