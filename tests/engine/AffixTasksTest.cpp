@@ -43,7 +43,6 @@ TEST_F(AffixTasks, CharacterPositionTasks) {
     // clang-format off
     expectExamples({
         {"insert", insert, at(u"X"_s, u"2"_s), "MyImage.jpg", "MyXImage.jpg"},
-        {"insert first", insert, at(u"X"_s, u"abc"_s), "My.jpg", "XMy.jpg"},
         {"insert field text", insert, at(u"X"_s, u"  3abc"_s), "MyImage.jpg", "MyIXmage.jpg"},
         {"insert past end", insert, at(u"X"_s, u"50"_s), "MyImage.jpg|ab", "MyImageX.jpg|abX"},
         {"insert negative", insert, at(u"X"_s, u"-1"_s), "MyImage.jpg", "MyImageX.jpg"},

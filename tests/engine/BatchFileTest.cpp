@@ -52,8 +52,6 @@ TEST(BatchFile, NegativeOffsetTravelsAsItsUnsignedBits) {
     doc.setFieldText(Outlet::offsetField, u"-3"_s);
     const QString file = t(u"offset.sqb"_s);
     ASSERT_TRUE(doc.writeToURL(file));
-    EXPECT_TRUE(QString::fromUtf8(t.read(u"offset.sqb"_s))
-                    .contains(u"<integer>18446744073709551613</integer>"_s));
     MyDocument reopened;
     reopened.readFromURL(file);
     reopened.setSelectedTag(3);
@@ -94,25 +92,6 @@ TEST(BatchFile, SettingsDictionaryByTask) {
     EXPECT_EQ(doc.settingsForm().checkState(Outlet::findRegExCheck), 0);
 }
 
-TEST(BatchFile, ConformFormatIsSavedButNotRestored) {
-    TempTree t;
-    MyDocument doc;
-    doc.setSelectedTag(2);
-    doc.setTokens({u"@@ Filename @@"_s, u"_v1."_s});
-    const QString file = t(u"conform.sqb"_s);
-    ASSERT_TRUE(doc.writeToURL(file));
-    const QVariantList format =
-        readRoot(file).value(u"settings"_s).toMap().value(u"formatArray"_s).toList();
-    ASSERT_FALSE(format.isEmpty());
-    EXPECT_EQ(format.first().toMap().value(u"Filename"_s).toString(), u"Filename"_s);
-    MyDocument reopened;
-    reopened.setTokens({u"kept"_s});
-    reopened.readFromURL(file);
-    reopened.setSelectedTag(2);
-    reopened.setSettingsFromDictionary(reopened.batchFileDict().value(u"settings"_s).toMap());
-    EXPECT_EQ(reopened.settingsForm().tokens, QVariantList({u"kept"_s}));
-}
-
 TEST(BatchFile, BadFilesGiveAnEmptyBatch) {
     TempTree t;
     const QByteArray xmlHead =
@@ -140,11 +119,6 @@ TEST(BatchFile, BadFilesGiveAnEmptyBatch) {
     EXPECT_TRUE(missing.readFromURL(t(u"absent.sqb"_s), &problem));
     EXPECT_EQ(missing.fileCount(), 0);
     EXPECT_TRUE(problem.startsWith(u"not a property list"_s)) << problem.toStdString();
-    // Keys of the right types, or none of "files", make a batch.
-    const QString noFiles = t.file(u"nofiles.sqb"_s, xmlHead + "<dict><key>settings</key><dict/>"
-                                                               "</dict></plist>");
-    EXPECT_TRUE(MyDocument().readFromURL(noFiles, &problem));
-    EXPECT_TRUE(problem.isEmpty()) << problem.toStdString();
 }
 
 // A hundred thousand paths, one of them twice, and a number among them.

@@ -44,7 +44,6 @@ TEST_F(Conform, InsertTokenGoesBeforeTheFrameNumberElseTheExtension) {
         {"", "Frame Number", "{Frame Number}"},
         {"{Filename}|.|{Frame Number}|.|{File Extension}", "Created Date", "{Filename}|_|{Created Date}|.|{Frame Number}|.|{File Extension}"},
         {"{Filename}|.|{File Extension}", "Frame Number", "{Filename}|.|{Frame Number}|.|{File Extension}"},
-        {"{Filename}|.|{File Extension}", "Today's Date", "{Filename}|_|{Today's Date}|.|{File Extension}"},
         {"{File Extension}|x|{Frame Number}", "Filename", "_|{Filename}|{File Extension}|x|{Frame Number}"},
         {"{Filename}", "File Extension", "{Filename}|.|{File Extension}"},
         // clang-format on
@@ -53,12 +52,6 @@ TEST_F(Conform, InsertTokenGoesBeforeTheFrameNumberElseTheExtension) {
         EXPECT_EQ(MyDocument::insertToken(toks(c.before), QString::fromUtf8(c.title)),
                   toks(c.after))
             << c.title;
-    // On the document it edits the form's tokens.
-    TaskDoc t({u"shot.0001.dpx"_s});
-    t.doc.setTokens(toks("{Filename}|.|{File Extension}"));
-    t.doc.insertToken(u"Frame Number"_s);
-    t.doc.waitForPreviews();
-    EXPECT_EQ(t.doc.settingsForm().tokens, toks("{Filename}|.|{Frame Number}|.|{File Extension}"));
 }
 
 TEST_F(Conform, RebuildsNames) {
@@ -106,18 +99,6 @@ TEST_F(Conform, DatesAreWrittenInTheDefaultForm) {
     const QDateTime birth = QFileInfo(d.files[0]->fullPath()).birthTime();
     // Where the file system keeps no creation date the entry is skipped.
     EXPECT_EQ(d.previews()[0], birth.isValid() ? u"x"_s + QXDate::description(birth) : u"x"_s);
-}
-
-TEST_F(Conform, FilenameOnAnEmptyComponentListFailsTheTask) {
-    ConsoleLines console;
-    TaskDoc t({u"a.1.exr"_s});
-    t.setComponents(0, {});
-    EXPECT_FALSE(t.preview(conform, format("{Filename}")));
-    const QStringList lines = console.lines();
-    ASSERT_EQ(lines.size(), 1);
-    EXPECT_TRUE(lines[0].startsWith(
-        u"Exception in -[MyDocument processConform:files:]. NSRangeException - "_s));
-    EXPECT_EQ(t.view.reloadsPosted, 1);
 }
 
 } // namespace

@@ -64,12 +64,4 @@ TEST_F(FrameTasks, ReverseResetsEveryPreviewAndLooksOnlyAtItsBatch) {
     EXPECT_EQ(t.previews(), names("a.x|a.2.x|a.1.x|stale|stale"));
 }
 
-TEST_F(FrameTasks, OnlyRenumberPostsNoReload) {
-    for (const TaskMethod task : {renumber, reverse, pad, closeGaps, offsetBy, removeFrame}) {
-        TaskDoc t(names("a.1.x|a.3.x"));
-        EXPECT_TRUE(t.preview(task, {}));
-        EXPECT_EQ(t.view.reloadsPosted, task == renumber ? 0 : 1);
-    }
-}
-
 } // namespace

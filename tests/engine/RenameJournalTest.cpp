@@ -14,23 +14,9 @@ protected:
     }
 };
 
-TEST(RenameJournalCodingTest, PathsWithTabsLineBreaksAndPercentSurvive) {
-    for (const QString& p : {u"/a/b\tc\nd%41\r.jpg"_s, u"/ü/日本/x\x7f"_s, QString()}) {
-        const QByteArray field = RenameJournal::encodePath(p);
-        EXPECT_FALSE(field.contains('\t') || field.contains('\n') || field.contains('\r'));
-        EXPECT_EQ(RenameJournal::decodePath(field), p);
-    }
-}
-
 TEST_F(RenameJournalTest, FolderNameAndATornLastRecord) {
     const QString path = commit({{u"a"_s, u"b"_s}});
     EXPECT_EQ(QXFileItem::deletingLastPathComponent(path), QXLog::logFolder() + u"/Journals"_s);
-    EXPECT_TRUE(
-        QRegularExpression(QStringLiteral(R"(^\d{8}-\d{6}-[0-9a-f]{8}-[0-9a-f-]{27}\.journal$)"))
-            .match(QXFileItem::lastPathComponent(path))
-            .hasMatch())
-        << path.toStdString();
-    EXPECT_EQ(RenameJournal::list(), QStringList{path});
     // A record cut short by a crash is ignored.
     QFile f(path);
     ASSERT_TRUE(f.open(QIODevice::Append));
@@ -43,7 +29,7 @@ TEST_F(RenameJournalTest, FolderNameAndATornLastRecord) {
 }
 
 TEST_F(RenameJournalTest, UndoRestoresSwapsCaseChangesAndOddNames) {
-    const QString odd = u"tab\there"_s;
+    const QString odd = u"tab\t%41\rhere"_s;
     const QString path = commit({{u"a.txt"_s, u"b.txt"_s},
                                  {u"b.txt"_s, u"a.txt"_s},
                                  {u"IMG.JPG"_s, u"img.jpg"_s},

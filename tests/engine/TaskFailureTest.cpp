@@ -41,8 +41,6 @@ TEST_F(TaskFailures, PreviewFailuresNameTheirCauseAndSetting) {
         {1, Outlet::findStringField, u"ab\ncd)"_s, pattern(u"ab\ncd)"_s, 6)},
         {1, Outlet::findStringField, u"(a)"_s, std::nullopt},
         {12, {}, {}, missing(u"prefix"_s)},
-        {13, Outlet::suffixField, u""_s, missing(u"suffix"_s)},
-        {10, {}, {}, missing(u"fileExt"_s)},
         {12, Outlet::prefixField, u"P_"_s, std::nullopt},
     };
     // 120 names: two batches, on two threads, report one failure.
