@@ -112,6 +112,8 @@ bool CommitRunner::run() {
                 // once it is dealt with.
                 next = job.index + 1;
                 inFlight = 0;
+                // A folder planned after it is dropped too: nothing is in flight.
+                atFolder = false;
             }
             finish(job, m_wholeList);
             if (m_files[job.index]->isDir()) atFolder = false;
