@@ -17,7 +17,8 @@ bool CommitRunner::runLanes(int jobs) {
         items.append({dir, f->fullPath(), dir + u'/' + m_proposed.last(), f->isDir()});
     }
     const QList<int> laneOf = CommitLanes::assign(items);
-    const int laneCount = laneOf.isEmpty() ? 0 : *std::max_element(laneOf.cbegin(), laneOf.cend()) + 1;
+    const int laneCount =
+        laneOf.isEmpty() ? 0 : *std::max_element(laneOf.cbegin(), laneOf.cend()) + 1;
     if (laneCount < 2) {
         m_proposed.clear();
         return false;

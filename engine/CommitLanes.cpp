@@ -52,8 +52,9 @@ QList<int> CommitLanes::assign(const QList<Item>& items) {
     std::vector<std::pair<QString, int>> sorted(folderIds.keyValueBegin(), folderIds.keyValueEnd());
     std::sort(sorted.begin(), sorted.end());
     const auto joinUnder = [&](const QString& prefix, int id) {
-        auto it = std::lower_bound(sorted.begin(), sorted.end(), prefix,
-                                   [](const auto& entry, const QString& p) { return entry.first < p; });
+        auto it =
+            std::lower_bound(sorted.begin(), sorted.end(), prefix,
+                             [](const auto& entry, const QString& p) { return entry.first < p; });
         for (; it != sorted.end() && it->first.startsWith(prefix); ++it)
             groups.join(it->second, id);
     };

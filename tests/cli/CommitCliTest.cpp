@@ -4,6 +4,7 @@
 #include "TempTree.h"
 
 #include <QDir>
+#include <QDirIterator>
 #include <QElapsedTimer>
 #include <QProcess>
 #include <QRegularExpression>
@@ -191,6 +192,7 @@ struct KillCase {
     const char* name;
     const char* fault; // how the child is slowed or stopped
     const char* waitFor;
+    int folders; // more than one: the child renames them at once
 };
 void PrintTo(const KillCase& c, std::ostream* os) {
     *os << c.name;
@@ -199,9 +201,18 @@ void PrintTo(const KillCase& c, std::ostream* os) {
 class KilledCommit : public CommitCli, public ::testing::WithParamInterface<KillCase> {};
 
 TEST_P(KilledCommit, RecoverListsItAndUndoRestoresEveryFile) {
-    const int count = 3000;
-    makeFiles(u"IMG_%1.JPG"_s, count);
-    const QStringList original = tree.list(u"files"_s);
+    const int count = 3000, folders = GetParam().folders;
+    for (int d = 0; d < folders; ++d)
+        makeFiles(folders == 1 ? u"IMG_%1.JPG"_s : u"d%1/IMG_%2.JPG"_s.arg(d), count / folders);
+    const auto everyFile = [this] {
+        QStringList all;
+        for (QDirIterator it(tree(u"files"_s), QDir::Files, QDirIterator::Subdirectories);
+             it.hasNext();)
+            all.append(it.next());
+        all.sort();
+        return all;
+    };
+    const QStringList original = everyFile();
     QProcess child;
     child.setStandardOutputFile(QProcess::nullDevice()); // nobody reads the preview table
     start(child, {u"-t"_s, u"lower"_s, u"--apply"_s, u"-y"_s, tree(u"files"_s)},
@@ -226,20 +237,20 @@ TEST_P(KilledCommit, RecoverListsItAndUndoRestoresEveryFile) {
 
     const CliResult undo = run({u"--undo"_s, journal});
     EXPECT_EQ(undo.status, 0) << undo.err.toStdString();
-    EXPECT_EQ(tree.list(u"files"_s), original);
-    EXPECT_EQ(tree.read(u"files/IMG_2999.JPG"_s), "2999");
+    EXPECT_EQ(everyFile(), original);
+    EXPECT_EQ(readText(original[count / folders - 2]), QString::number(count / folders - 1));
     EXPECT_EQ(run({u"--recover"_s}).out, u"No interrupted renames.\n"_s);
 }
 
-INSTANTIATE_TEST_SUITE_P(Ways, KilledCommit,
-                         ::testing::Values(
-                             // Stops for good right after the temporary move of the 1001st file.
-                             KillCase{"stopped", "SEQMATE_FAULT_STOP_AFTER=2001", ""},
-                             // Killed wherever it is once a third of the moves are recorded.
-                             KillCase{"slowed", "SEQMATE_FAULT_MOVE_DELAY_US=300", "move\t2000\t"}),
-                         [](const ::testing::TestParamInfo<KillCase>& i) {
-                             return std::string(i.param.name);
-                         });
+INSTANTIATE_TEST_SUITE_P(
+    Ways, KilledCommit,
+    ::testing::Values(
+        // Stops for good right after the temporary move of the 1001st file.
+        KillCase{"stopped", "SEQMATE_FAULT_STOP_AFTER=2001", "", 1},
+        // Killed wherever it is once a third of the moves are recorded,
+        // six folders in flight.
+        KillCase{"slowed", "SEQMATE_FAULT_MOVE_DELAY_US=300", "move\t2000\t", 6}),
+    [](const ::testing::TestParamInfo<KillCase>& i) { return std::string(i.param.name); });
 
 TEST_F(CommitCli, CtrlCStopsBetweenFilesAndStillWritesSummaryAndJournal) {
     const int count = 400;
