@@ -29,6 +29,7 @@ bool CommitRunner::runLanes(int jobs) {
 
     // Lanes are taken in the order of their first item, one at a time per worker.
     const int workers = std::min(jobs, laneCount);
+    m_lanes = true;
     std::atomic<int> nextLane{0};
     m_lanesLeft = workers;
     std::vector<std::thread> pool;

@@ -41,6 +41,9 @@ qsizetype CommitRunner::executeRun(QList<Job>& run) {
         // A journal that could not be created or written stops the commit at
         // its first move: a move it does not record could not be undone.
         recorded = j.flush();
+        // Lanes stop at once. The one mover's jobs still to be finished were
+        // made, so there the commit's thread stops when it reaches this run.
+        if (!recorded && m_lanes) m_unrecorded = true;
     }
 
     // One step: made, and its outcome kept for the journal. A failure is

@@ -119,6 +119,7 @@ private:
     // The lanes' proposed names, worked out once (a commit does not change them).
     QStringList m_proposed;
     std::atomic<bool> m_cancelled{false};
+    bool m_lanes = false; // set before the lanes' threads start
 
     // Standard primitives rather than Qt's: the thread sanitizer sees through them.
     std::mutex m_journalMutex; // guards the journal
