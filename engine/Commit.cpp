@@ -143,7 +143,7 @@ bool CommitRunner::finishRun() {
         m_doc.m_journalPath = m_journal.path();
         m_doc.m_commitSummary = {!cancelled && !m_unrecorded,
                                  static_cast<int>(m_asides.size()),
-                                 m_renamed,
+                                 m_renamed.load(),
                                  m_asides,
                                  m_unrecorded ? m_journal.error() : QString(),
                                  m_failureLines};
@@ -252,7 +252,6 @@ void CommitRunner::succeeded(int index, const QString& oldPath, const QString& n
     item.setFileName(newName); // synchronize, with the name already built
     if (oldPath == newPath) return;
     m_doc.noteItemPathChanged(&item, oldPath, index);
-    std::lock_guard lock(m_resultsMutex);
     ++m_renamed;
 }
 
@@ -279,7 +278,7 @@ void CommitRunner::reportFailures() {
                                      "that can undo it.")
                     : QStringLiteral("Renaming stopped before the next file. Files renamed so "
                                      "far: %1, recorded in the journal %2, which can undo them.")
-                          .arg(m_renamed)
+                          .arg(m_renamed.load())
                           .arg(m_journal.path());
         if (!m_failed.isEmpty()) text += QStringLiteral("\n\n");
     }

@@ -132,7 +132,7 @@ private:
     QStringList m_failureLines; // m_failed, each with its note
     QList<MyDocument::MovedAside> m_asides;
     QHash<QString, QString> m_asideFailedAt; // dated path -> where the file stayed
-    int m_renamed = 0;
+    std::atomic<int> m_renamed{0};           // counted without the lock: every file adds one
 
     // The lanes' progress, passed on to the view by the commit's thread.
     std::mutex m_progressMutex;
