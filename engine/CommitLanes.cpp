@@ -65,9 +65,20 @@ QList<int> CommitLanes::assign(const QList<Item>& items) {
         if (const auto it = folderIds.constFind(above); it != folderIds.constEnd())
             groups.join(*it, id);
     }
+    // A file meets other folders only when a folder of the batch lies below its
+    // own: the usual sequence folder has none, and its files need no look-up.
+    std::vector<bool> foldersBelow(sorted.size() + 1);
+    for (const auto& [folder, id] : sorted) {
+        const QString below = folder.endsWith(u'/') ? folder : folder + u'/';
+        const auto it =
+            std::lower_bound(sorted.begin(), sorted.end(), below,
+                             [](const auto& entry, const QString& p) { return entry.first < p; });
+        foldersBelow[static_cast<size_t>(id)] = it != sorted.end() && it->first.startsWith(below);
+    }
     for (qsizetype i = 0; i < items.size(); ++i) {
         const Item& item = items[i];
         const int id = itemFolder[static_cast<size_t>(i)];
+        if (!item.isDir && !foldersBelow[static_cast<size_t>(id)]) continue;
         joinUnder(item.oldPath, id);
         if (item.newPath != item.oldPath) joinUnder(item.newPath, id);
     }
