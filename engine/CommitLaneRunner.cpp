@@ -8,6 +8,14 @@
 #include <vector>
 
 bool CommitRunner::runLanes(int jobs) {
+    // One folder and no folder item, the usual sequence: one lane, known at once.
+    const auto oneFolder = [this] {
+        const QString first = m_files.isEmpty() ? QString() : m_files.first()->containerDir();
+        return std::all_of(m_files.cbegin(), m_files.cend(), [&first](const FileItemPtr& f) {
+            return !f->isDir() && f->containerDir() == first;
+        });
+    };
+    if (oneFolder()) return false;
     QList<CommitLanes::Item> items;
     items.reserve(m_files.size());
     m_proposed.reserve(m_files.size());
@@ -19,10 +27,7 @@ bool CommitRunner::runLanes(int jobs) {
     const QList<int> laneOf = CommitLanes::assign(items);
     const int laneCount =
         laneOf.isEmpty() ? 0 : *std::max_element(laneOf.cbegin(), laneOf.cend()) + 1;
-    if (laneCount < 2) {
-        m_proposed.clear();
-        return false;
-    }
+    if (laneCount < 2) return false; // the one mover plans with m_proposed too
     std::vector<Lane> lanes(static_cast<size_t>(laneCount));
     for (int i = 0; i < laneOf.size(); ++i)
         lanes[static_cast<size_t>(laneOf[i])].items.append(i);
