@@ -2,6 +2,7 @@
 // each move recorded in the rename journal before it is made.
 #include "CommitRunner.h"
 #include "FileMover.h"
+#include "Preferences.h"
 #include "PreviewPipeline.h"
 #include "ProposedName.h"
 #include "QXLocalPaths.h"
@@ -29,7 +30,7 @@ bool sameWhenLowered(const QString& a, const QString& b) {
 }
 } // namespace
 
-RenameJournal& CommitRunner::journal() {
+RenameJournal& CommitRunner::journalLocked() {
     if (!m_journalTried) {
         m_journalTried = true;
         QString error;
@@ -40,26 +41,42 @@ RenameJournal& CommitRunner::journal() {
 
 qint64 CommitRunner::record(RenameJournal::Kind kind, const QString& from, const QString& to,
                             const QString& finalPath) {
-    const qint64 n = journal().begin(kind, from, to, finalPath);
+    std::lock_guard lock(m_journalMutex);
+    const qint64 n = journalLocked().begin(kind, from, to, finalPath);
     if (n == 0) m_unrecorded = true;
     return n;
 }
 
+void CommitRunner::markDone(qint64 n, const QString& where) {
+    std::lock_guard lock(m_journalMutex);
+    m_journal.done(n, where);
+}
+
+void CommitRunner::markFailed(qint64 n, const QString& error) {
+    std::lock_guard lock(m_journalMutex);
+    m_journal.failed(n, error);
+}
+
 QString CommitRunner::move(RenameJournal::Kind kind, const QString& from, const QString& to,
                            const QString& finalPath, int* errorCode) {
-    RenameJournal& j = journal();
     const qint64 n = record(kind, from, to, finalPath);
-    if (n == 0) return j.error();
+    if (n == 0) {
+        std::lock_guard lock(m_journalMutex);
+        return m_journal.error();
+    }
     const QString error = FileMover::move(from, to, errorCode);
     if (error.isEmpty())
-        j.done(n);
+        markDone(n);
     else
-        j.failed(n, error);
+        markFailed(n, error);
     return error;
 }
 
 bool CommitRunner::run() {
     m_files = m_doc.fileArray();
+    // Read once: a preference changed during the run applies to the next.
+    const int jobs = Preferences::commitJobs();
+    if (jobs > 1 && runLanes(jobs)) return finishRun();
     const int count = static_cast<int>(m_files.size());
     // Far enough ahead to keep the mover busy, near enough that little is
     // planned again after a stop. Work changes hands in chunks: waking the
@@ -86,7 +103,7 @@ bool CommitRunner::run() {
             --inFlight;
             if (job.cancelled || job.unrecorded) {
                 cancelled = job.cancelled;
-                m_unrecorded = m_unrecorded || job.unrecorded;
+                if (job.unrecorded) m_unrecorded = true;
                 break;
             }
             const bool stopped = job.stopsMover();
@@ -95,8 +112,10 @@ bool CommitRunner::run() {
                 // once it is dealt with.
                 next = job.index + 1;
                 inFlight = 0;
+                // A folder planned after it is dropped too: nothing is in flight.
+                atFolder = false;
             }
-            finish(job);
+            finish(job, m_wholeList);
             if (m_files[job.index]->isDir()) atFolder = false;
             m_doc.incrementProgress();
             if (m_unrecorded) break; // a move on this thread could not be recorded
@@ -105,10 +124,16 @@ bool CommitRunner::run() {
                 break;
             }
         }
-        flushLog();
+        flushLog(m_wholeList);
     }
     stopMover();
-    flushLog();
+    flushLog(m_wholeList);
+    m_cancelled = cancelled;
+    return finishRun();
+}
+
+bool CommitRunner::finishRun() {
+    const bool cancelled = m_cancelled;
     // A journal that could not be written stays without its "complete": it
     // is listed as interrupted.
     if (m_journal.isOpen()) m_journal.complete();
@@ -118,7 +143,7 @@ bool CommitRunner::run() {
         m_doc.m_journalPath = m_journal.path();
         m_doc.m_commitSummary = {!cancelled && !m_unrecorded,
                                  static_cast<int>(m_asides.size()),
-                                 m_renamed,
+                                 m_renamed.load(),
                                  m_asides,
                                  m_unrecorded ? m_journal.error() : QString(),
                                  m_failureLines};
@@ -133,7 +158,7 @@ CommitRunner::Job CommitRunner::plan(int index) const {
     Job job;
     job.index = index;
     job.oldPath = item.fullPath();
-    job.proposed = item.proposedFileName();
+    job.proposed = m_proposed.isEmpty() ? item.proposedFileName() : m_proposed[index];
     job.newPath = item.containerDir() + u'/' + job.proposed;
     if (job.proposed.isEmpty()) {
         job.kind = Job::Kind::Blank;
@@ -163,34 +188,34 @@ CommitRunner::Job CommitRunner::plan(int index) const {
 
 // Back on the commit's thread, in list order: the log, the batch, and a
 // second try when the target was taken.
-void CommitRunner::finish(Job& job) {
+void CommitRunner::finish(Job& job, Lane& lane) {
     QXFileItem& item = *m_files[job.index];
     switch (job.kind) {
     case Job::Kind::Blank:
-        log(QStringLiteral("Unable to rename %1 - new filename is blank").arg(job.oldPath));
+        log(lane, QStringLiteral("Unable to rename %1 - new filename is blank").arg(job.oldPath));
         fail(item);
         return;
     case Job::Kind::NotAName:
-        log(QStringLiteral("Unable to rename %1 - new filename \"%2\" is not a file name: %3")
-                .arg(job.oldPath, job.proposed, ProposedName::problem(job.proposed)));
+        log(lane, QStringLiteral("Unable to rename %1 - new filename \"%2\" is not a file name: %3")
+                      .arg(job.oldPath, job.proposed, ProposedName::problem(job.proposed)));
         fail(item);
         return;
     case Job::Kind::Unchanged:
         succeeded(job.index, job.oldPath, job.newPath, job.proposed);
         return;
     case Job::Kind::ViaTemp:
-        log(QStringLiteral("Creating temp file %1 for %2").arg(job.tmp, job.oldPath));
+        log(lane, QStringLiteral("Creating temp file %1 for %2").arg(job.tmp, job.oldPath));
         if (job.error.isEmpty()) {
             succeeded(job.index, job.oldPath, job.newPath, job.proposed);
             return;
         }
         if (job.tempFailed) {
             fail(item);
-            log(QStringLiteral("Unable to assign temporary name to old file %1. %2")
-                    .arg(job.oldPath, job.error));
+            log(lane, QStringLiteral("Unable to assign temporary name to old file %1. %2")
+                          .arg(job.oldPath, job.error));
         } else { // two placeholders for three values: the description is not shown
             fail(item, QStringLiteral("left under the temporary name %1").arg(job.tmp));
-            log(QStringLiteral("Unable to move to %1. %2").arg(job.tmp, job.newPath));
+            log(lane, QStringLiteral("Unable to move to %1. %2").arg(job.tmp, job.newPath));
         }
         return;
     case Job::Kind::Rename:
@@ -206,14 +231,14 @@ void CommitRunner::finish(Job& job) {
         if (!FileMover::exists(job.oldPath)) {
             error = FileMover::errorText(ENOENT);
         } else {
-            if (!clearTheWay(item, job.newPath)) return;
+            if (!clearTheWay(item, job.newPath, lane)) return;
             error = move(RenameJournal::Kind::Rename, job.oldPath, job.newPath);
         }
     }
     if (!error.isEmpty()) {
         fail(item);
-        log(QStringLiteral("Unable to rename file %1 to %2. %3")
-                .arg(job.oldPath, job.newPath, error));
+        log(lane, QStringLiteral("Unable to rename file %1 to %2. %3")
+                      .arg(job.oldPath, job.newPath, error));
         return;
     }
     succeeded(job.index, job.oldPath, job.newPath, job.proposed);
@@ -233,6 +258,7 @@ void CommitRunner::succeeded(int index, const QString& oldPath, const QString& n
 void CommitRunner::fail(const QXFileItem& item, const QString& note) {
     const QString path = item.fullPath();
     const QString name = QXFileItem::lastPathComponent(path);
+    std::lock_guard lock(m_resultsMutex);
     m_failed.append(name);
     QString where = note;
     // The item took the dated name of a move aside that failed: its file never left.
@@ -252,7 +278,7 @@ void CommitRunner::reportFailures() {
                                      "that can undo it.")
                     : QStringLiteral("Renaming stopped before the next file. Files renamed so "
                                      "far: %1, recorded in the journal %2, which can undo them.")
-                          .arg(m_renamed)
+                          .arg(m_renamed.load())
                           .arg(m_journal.path());
         if (!m_failed.isEmpty()) text += QStringLiteral("\n\n");
     }

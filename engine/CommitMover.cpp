@@ -17,37 +17,49 @@ qsizetype CommitRunner::executeRun(QList<Job>& run) {
     const bool moves = std::any_of(run.cbegin(), run.cend(), [](const Job& job) {
         return job.kind == Job::Kind::Rename || job.kind == Job::Kind::ViaTemp;
     });
-    // No journal for a commit that moves nothing.
-    RenameJournal& j = moves ? journal() : m_journal;
     struct Steps {
         qint64 first = 0, second = 0;
     };
     QVarLengthArray<Steps, 64> steps(run.size());
-    for (qsizetype i = 0; i < run.size(); ++i) {
-        const Job& job = run[i];
-        if (job.kind == Job::Kind::Rename) {
-            steps[i].first = j.announce(RenameJournal::Kind::Rename, job.oldField, job.newField);
-        } else if (job.kind == Job::Kind::ViaTemp) {
-            steps[i].first =
-                j.announce(RenameJournal::Kind::Temp, job.oldField, job.tmpField, job.newField);
-            steps[i].second = j.announce(RenameJournal::Kind::FromTemp, job.tmpField, job.newField);
+    bool recorded = !moves;
+    if (moves) {
+        // Other threads write between this thread's runs, never inside one.
+        std::lock_guard lock(m_journalMutex);
+        RenameJournal& j = journalLocked();
+        for (qsizetype i = 0; i < run.size(); ++i) {
+            const Job& job = run[i];
+            if (job.kind == Job::Kind::Rename) {
+                steps[i].first =
+                    j.announce(RenameJournal::Kind::Rename, job.oldField, job.newField);
+            } else if (job.kind == Job::Kind::ViaTemp) {
+                steps[i].first =
+                    j.announce(RenameJournal::Kind::Temp, job.oldField, job.tmpField, job.newField);
+                steps[i].second =
+                    j.announce(RenameJournal::Kind::FromTemp, job.tmpField, job.newField);
+            }
         }
+        // A journal that could not be created or written stops the commit at
+        // its first move: a move it does not record could not be undone.
+        recorded = j.flush();
+        // Lanes stop at once. The one mover's jobs still to be finished were
+        // made, so there the commit's thread stops when it reaches this run.
+        if (!recorded && m_lanes) m_unrecorded = true;
     }
-    // A journal that could not be created or written stops the commit at its
-    // first move: a move it does not record could not be undone.
-    const bool recorded = j.flush() || !moves;
 
-    // One step: made, and marked in the journal. The folder is held for this
-    // run only: between runs the commit's thread may move folders itself.
+    // One step: made, and its outcome kept for the journal. A failure is
+    // written at once; the "done" marks go with the run's last write. The
+    // folder is held for this run only: between runs other moves may change
+    // the folders above it.
     FileMover::Folder folder;
-    const auto step = [&j, &folder](qint64 n, const QString& from, const QString& to,
-                                    const QByteArray& nativeFrom, const QByteArray& nativeTo,
-                                    int* code) {
+    QVarLengthArray<qint64, 64> made;
+    const auto step = [this, &folder, &made](qint64 n, const QString& from, const QString& to,
+                                             const QByteArray& nativeFrom,
+                                             const QByteArray& nativeTo, int* code) {
         QString error = FileMover::move(from, to, nativeFrom, nativeTo, code, &folder);
         if (error.isEmpty())
-            j.done(n);
+            made.append(n);
         else
-            j.failed(n, error);
+            markFailed(n, error);
         return error;
     };
     qsizetype reached = 0;
@@ -58,7 +70,9 @@ qsizetype CommitRunner::executeRun(QList<Job>& run) {
             break;
         }
         const Steps& s = steps[reached];
-        if (!recorded && (job.kind == Job::Kind::Rename || job.kind == Job::Kind::ViaTemp)) {
+        const bool moving = job.kind == Job::Kind::Rename || job.kind == Job::Kind::ViaTemp;
+        // Another lane's journal write failed: nothing more moves anywhere.
+        if (moving && (!recorded || m_unrecorded.load())) {
             job.unrecorded = true;
             break;
         }
@@ -69,9 +83,7 @@ qsizetype CommitRunner::executeRun(QList<Job>& run) {
             job.error =
                 step(s.first, job.oldPath, job.tmp, job.oldNative, job.tmpNative, &job.code);
             job.tempFailed = !job.error.isEmpty();
-            if (job.tempFailed)
-                j.withdraw(s.second);
-            else
+            if (!job.tempFailed)
                 job.error =
                     step(s.second, job.tmp, job.newPath, job.tmpNative, job.newNative, &job.code);
         }
@@ -80,11 +92,18 @@ qsizetype CommitRunner::executeRun(QList<Job>& run) {
     const qsizetype dealtWith = std::min(reached + 1, run.size());
     const bool notMade =
         reached < run.size() && (run[reached].cancelled || run[reached].unrecorded);
-    for (qsizetype i = notMade ? reached : dealtWith; i < run.size(); ++i) {
-        j.withdraw(steps[i].first);
-        j.withdraw(steps[i].second);
+    if (moves) {
+        std::lock_guard lock(m_journalMutex);
+        for (const qint64 n : made)
+            m_journal.done(n);
+        if (reached < run.size() && run[reached].tempFailed)
+            m_journal.withdraw(steps[reached].second);
+        for (qsizetype i = notMade ? reached : dealtWith; i < run.size(); ++i) {
+            m_journal.withdraw(steps[i].first);
+            m_journal.withdraw(steps[i].second);
+        }
+        m_journal.flush();
     }
-    j.flush();
     run.resize(dealtWith);
     return dealtWith;
 }

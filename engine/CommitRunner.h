@@ -10,6 +10,7 @@
 #include <QHash>
 #include <QStringList>
 
+#include <atomic>
 #include <condition_variable>
 #include <mutex>
 #include <thread>
@@ -32,6 +33,13 @@ inline QString folderOf(const QString& path) {
 // stops the mover: a failed move (an existing target is cleared out of the way
 // here, in order, and the move tried again), a folder (renaming it re-points
 // the items inside, so no later plan is made before it is done) and a cancel.
+//
+// With more than one job and items in more than one lane (CommitLanes), the
+// lanes run on a pool of workers instead, each lane its items in list order,
+// planning, moving and finishing them itself: on a file server the waits of
+// several folders then overlap. The journal, the failure list and the
+// counters are shared (guarded below); the log lines go out a lane's run at
+// a time, and the progress is passed on by the commit's own thread.
 class CommitRunner {
 public:
     explicit CommitRunner(MyDocument& doc) : m_doc(doc) {}
@@ -57,10 +65,15 @@ private:
         bool tempFailed = false; // ViaTemp: the first step failed (else the second)
         bool stopsMover() const { return cancelled || unrecorded || !error.isEmpty(); }
     };
+    // What one thread works through: the whole list (one mover) or a lane.
+    struct Lane {
+        QList<int> items;     // in list order
+        QStringList logLines; // not yet handed to the log
+    };
     Job plan(int index) const;
     qsizetype executeRun(QList<Job>& run);
-    void finish(Job& job);
-    bool clearTheWay(QXFileItem& item, const QString& newPath);
+    void finish(Job& job, Lane& lane);
+    bool clearTheWay(QXFileItem& item, const QString& newPath, Lane& lane);
     void succeeded(int index, const QString& oldPath, const QString& newPath,
                    const QString& newName);
     // A file not renamed; note: where its file is when not under that name.
@@ -74,15 +87,23 @@ private:
     // which stops the run (m_unrecorded) before anything else moves.
     qint64 record(RenameJournal::Kind kind, const QString& from, const QString& to,
                   const QString& finalPath = QString());
-    RenameJournal& journal();
-    // This thread's log lines go to the log a chunk of files at a time: one
+    // The journal, created at its first use; call with m_journalMutex held.
+    RenameJournal& journalLocked();
+    void markDone(qint64 n, const QString& where = QString());
+    void markFailed(qint64 n, const QString& error);
+    // A thread's log lines go to the log a chunk of files at a time: one
     // hand-over per line kept the log's writer waking up for every file.
-    void log(const QString& line) { m_logLines.append(line); }
-    void flushLog() {
-        if (m_logLines.isEmpty()) return;
-        QXLog::appendLogs(m_logLines);
-        m_logLines.clear();
+    static void log(Lane& lane, const QString& line) { lane.logLines.append(line); }
+    static void flushLog(Lane& lane) {
+        if (lane.logLines.isEmpty()) return;
+        QXLog::appendLogs(lane.logLines);
+        lane.logLines.clear();
     }
+    bool finishRun(); // the journal's end, the summary and the reports
+
+    // The lanes (CommitLaneRunner.cpp): false when the list has one lane only.
+    bool runLanes(int jobs);
+    void runLane(Lane& lane);
 
     // The mover thread and its two queues. While the mover is stopped (after
     // a job that stops it) this thread may use the journal itself.
@@ -94,17 +115,31 @@ private:
 
     MyDocument& m_doc;
     FileList m_files;
+    Lane m_wholeList; // the one mover's
+    // The lanes' proposed names, worked out once (a commit does not change them).
+    QStringList m_proposed;
+    std::atomic<bool> m_cancelled{false};
+    bool m_lanes = false; // set before the lanes' threads start
+
+    // Standard primitives rather than Qt's: the thread sanitizer sees through them.
+    std::mutex m_journalMutex; // guards the journal
     RenameJournal m_journal;
     bool m_journalTried = false;
-    QStringList m_failed;
+    std::atomic<bool> m_unrecorded{false}; // the journal failed: every thread stops there
+
+    std::mutex m_resultsMutex;  // guards the results below
+    QStringList m_failed;       // in the order of failure
     QStringList m_failureLines; // m_failed, each with its note
     QList<MyDocument::MovedAside> m_asides;
     QHash<QString, QString> m_asideFailedAt; // dated path -> where the file stayed
-    int m_renamed = 0;
-    bool m_unrecorded = false; // the journal failed: the run stopped there
-    QStringList m_logLines;
+    std::atomic<int> m_renamed{0};           // counted without the lock: every file adds one
 
-    // Standard primitives rather than Qt's: the thread sanitizer sees through them.
+    // The lanes' progress, passed on to the view by the commit's thread.
+    std::mutex m_progressMutex;
+    std::condition_variable m_progressed;
+    int m_handled = 0;   // guarded by m_progressMutex
+    int m_lanesLeft = 0; // guarded by m_progressMutex
+
     std::mutex m_queueMutex;
     std::condition_variable m_jobQueued;
     std::condition_variable m_jobFinished;

@@ -25,13 +25,16 @@ QString datedName(const QString& p) {
 } // namespace
 
 // Moves whatever stands at newPath out of the way; false when item failed.
-bool CommitRunner::clearTheWay(QXFileItem& item, const QString& newPath) {
+bool CommitRunner::clearTheWay(QXFileItem& item, const QString& newPath, Lane& lane) {
     // The lines of the files before this one go first.
-    flushLog();
+    flushLog(lane);
     // Nothing moves unrecorded.
-    if (!journal().isOpen()) {
-        m_unrecorded = true;
-        return false;
+    {
+        std::lock_guard lock(m_journalMutex);
+        if (!journalLocked().isOpen()) {
+            m_unrecorded = true;
+            return false;
+        }
     }
     if (const FileItemPtr inWay = m_doc.fileInQueue(newPath)) {
         QXLog::appendLog(
@@ -42,10 +45,14 @@ bool CommitRunner::clearTheWay(QXFileItem& item, const QString& newPath) {
         inWay->setFileName(QXFileItem::lastPathComponent(dated));
         m_doc.noteItemPathChanged(inWay.get(), newPath);
         const QString error = move(RenameJournal::Kind::Aside, newPath, dated);
-        // What happened to that file, for the reports: they name what is on disk.
-        m_asides.append({newPath, dated, wanted, error});
+        {
+            // What happened to that file, for the reports: they name what is on disk.
+            std::lock_guard lock(m_resultsMutex);
+            m_asides.append({newPath, dated, wanted, error});
+            if (!error.isEmpty())
+                m_asideFailedAt.insert(dated, QXFileItem::lastPathComponent(newPath));
+        }
         if (!error.isEmpty()) {
-            m_asideFailedAt.insert(dated, QXFileItem::lastPathComponent(newPath));
             fail(item);
             QXLog::appendLog(QStringLiteral("Unable to assign temporary name to old file %1. %2")
                                  .arg(newPath, error));
@@ -67,35 +74,33 @@ bool CommitRunner::clearTheWay(QXFileItem& item, const QString& newPath) {
         return true;
     }
     case 2: {
-        RenameJournal& j = journal();
         const qint64 n = record(RenameJournal::Kind::Trash, newPath, QString());
         if (n == 0) return false;
         QString where;
         const QString error = FileMover::moveToTrash(newPath, &where);
         if (!error.isEmpty()) {
-            j.failed(n, error);
+            markFailed(n, error);
             fail(item);
             QXLog::appendLog(QStringLiteral("Unable to trash file %1").arg(newPath));
             return false;
         }
-        j.done(n, where);
+        markDone(n, where);
         return true;
     }
     case 0: {
         const QString dir = joinPath(folderOf(newPath), QStringLiteral("Conflicting files"));
         if (!FileMover::exists(dir)) {
-            RenameJournal& j = journal();
             const qint64 n = record(RenameJournal::Kind::MakeDir, dir, QString());
             if (n == 0) return false;
             const QString error = FileMover::makePath(dir);
             if (!error.isEmpty()) {
-                j.failed(n, error);
+                markFailed(n, error);
                 fail(item);
                 QXLog::appendLog(
                     QStringLiteral("Unable to create directory %1. %2").arg(dir, error));
                 return false;
             }
-            j.done(n);
+            markDone(n);
         }
         QString dest = joinPath(dir, QXFileItem::lastPathComponent(newPath));
         if (FileMover::exists(dest)) dest = datedName(dest, newPath);

@@ -4,6 +4,7 @@
 #include "TempTree.h"
 
 #include <QDir>
+#include <QDirIterator>
 #include <QElapsedTimer>
 #include <QProcess>
 #include <QRegularExpression>
@@ -138,17 +139,43 @@ TEST_F(CommitCli, ConflictActionForOneRun) {
     EXPECT_EQ(tree.list(u"files"_s).size(), 2); // x_a and the dated foreign file
 }
 
-// A child killed mid-commit (SIGKILL), here right after the temporary move of
-// the 1001st file: --recover lists its journal and the file it left under a
-// temporary name, and --undo gives every file back.
-TEST_F(CommitCli, KilledCommitIsListedByRecoverAndUndoRestoresEveryFile) {
-    makeFiles(u"IMG_%1.JPG"_s, 3000);
-    const QStringList original = tree.list(u"files"_s);
+// A child killed mid-commit (SIGKILL): --recover lists its journal and the
+// file it left under a temporary name, and --undo gives every file back.
+struct KillCase {
+    const char* name;
+    const char* fault; // how the child is slowed or stopped
+    const char* waitFor;
+    int folders; // more than one: the child renames them at once
+};
+void PrintTo(const KillCase& c, std::ostream* os) {
+    *os << c.name;
+}
+
+class KilledCommit : public CommitCli, public ::testing::WithParamInterface<KillCase> {};
+
+TEST_P(KilledCommit, RecoverListsItAndUndoRestoresEveryFile) {
+    const int count = 3000, folders = GetParam().folders;
+    for (int d = 0; d < folders; ++d)
+        makeFiles(folders == 1 ? u"IMG_%1.JPG"_s : u"d%1/IMG_%2.JPG"_s.arg(d), count / folders);
+    const auto everyFile = [this] {
+        QStringList all;
+        for (QDirIterator it(tree(u"files"_s), QDir::Files, QDirIterator::Subdirectories);
+             it.hasNext();)
+            all.append(it.next());
+        all.sort();
+        return all;
+    };
+    const QStringList original = everyFile();
     QProcess child;
     child.setStandardOutputFile(QProcess::nullDevice()); // nobody reads the preview table
     start(child, {u"-t"_s, u"lower"_s, u"--apply"_s, u"-y"_s, tree(u"files"_s)},
-          {u"SEQMATE_FAULT_STOP_AFTER=2001"_s});
-    const bool reached = waitForLastingTemporaryName();
+          {QString::fromUtf8(GetParam().fault)});
+    // Moves are announced in the journal ahead of being made, so a stopped
+    // child is recognised by the file it left under a temporary name.
+    const QByteArray waitFor = GetParam().waitFor;
+    const bool reached = waitFor.isEmpty() ? waitForLastingTemporaryName() : waitUntil([&] {
+        return readText(currentJournal()).toUtf8().contains('\n' + waitFor);
+    });
     child.kill();
     child.waitForFinished();
     ASSERT_TRUE(reached) << child.readAllStandardError().toStdString();
@@ -157,14 +184,28 @@ TEST_F(CommitCli, KilledCommitIsListedByRecoverAndUndoRestoresEveryFile) {
     const CliResult recover = run({u"--recover"_s});
     EXPECT_EQ(recover.status, 0);
     EXPECT_TRUE(recover.out.startsWith(journal + u" (started "_s)) << recover.out.toStdString();
-    EXPECT_TRUE(recover.out.contains(u"  temporary: "_s + tree(u"files/"_s) + temporaryName()));
+    const bool underTempName = !temporaryName().isEmpty();
+    EXPECT_EQ(recover.out.contains(u"  temporary: "_s + tree(u"files/"_s)), underTempName);
+    if (QByteArray(GetParam().name) == "stopped") {
+        EXPECT_TRUE(underTempName);
+    }
 
     const CliResult undo = run({u"--undo"_s, journal});
     EXPECT_EQ(undo.status, 0) << undo.err.toStdString();
-    EXPECT_EQ(tree.list(u"files"_s), original);
-    EXPECT_EQ(tree.read(u"files/IMG_2999.JPG"_s), "2999");
+    EXPECT_EQ(everyFile(), original);
+    EXPECT_EQ(readText(original[count / folders - 2]), QString::number(count / folders - 1));
     EXPECT_EQ(run({u"--recover"_s}).out, u"No interrupted renames.\n"_s);
 }
+
+INSTANTIATE_TEST_SUITE_P(
+    Ways, KilledCommit,
+    ::testing::Values(
+        // Stops for good right after the temporary move of the 1001st file.
+        KillCase{"stopped", "SEQMATE_FAULT_STOP_AFTER=2001", "", 1},
+        // Killed wherever it is once a third of the moves are recorded,
+        // six folders in flight.
+        KillCase{"slowed", "SEQMATE_FAULT_MOVE_DELAY_US=300", "move\t2000\t", 6}),
+    [](const ::testing::TestParamInfo<KillCase>& i) { return std::string(i.param.name); });
 
 TEST_F(CommitCli, CtrlCStopsBetweenFilesAndStillWritesSummaryAndJournal) {
     const int count = 400;
