@@ -174,7 +174,7 @@ TEST_P(KilledCommit, RecoverListsItAndUndoRestoresEveryFile) {
     // child is recognised by the file it left under a temporary name.
     const QByteArray waitFor = GetParam().waitFor;
     const bool reached = waitFor.isEmpty() ? waitForLastingTemporaryName() : waitUntil([&] {
-        return readText(currentJournal()).toUtf8().contains('\n' + waitFor);
+        return readText(currentJournal()).toUtf8().contains(QByteArray('\n' + waitFor));
     });
     child.kill();
     child.waitForFinished();
