@@ -202,9 +202,10 @@ INSTANTIATE_TEST_SUITE_P(
     ::testing::Values(
         // Stops for good right after the temporary move of the 1001st file.
         KillCase{"stopped", "SEQMATE_FAULT_STOP_AFTER=2001", "", 1},
-        // Killed wherever it is once a third of the moves are recorded,
-        // six folders in flight.
-        KillCase{"slowed", "SEQMATE_FAULT_MOVE_DELAY_US=300", "move\t2000\t", 6}),
+        // Killed wherever it is once a third of the moves are recorded, six
+        // folders in flight: slow enough that the rest takes seconds, so the
+        // kill never comes after the end, however loaded the machine.
+        KillCase{"slowed", "SEQMATE_FAULT_MOVE_DELAY_US=3000", "move\t2000\t", 6}),
     [](const ::testing::TestParamInfo<KillCase>& i) { return std::string(i.param.name); });
 
 TEST_F(CommitCli, CtrlCStopsBetweenFilesAndStillWritesSummaryAndJournal) {
