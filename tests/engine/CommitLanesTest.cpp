@@ -20,14 +20,14 @@ TEST(CommitLanesTableTest, ItemsThatCanMeetShareALane) {
         {"/a|x|sub,/a/sub|1|2,/c|1|2", {0, 0, 1}}, // a folder of the batch in the way
         {"/c|1|2,/a/Conflicting files|y|z,/a|x|y", {0, 1, 1}},
     };
-    for (const auto& [spec, lanes] : cases) {
+    for (const auto& [layout, lanes] : cases) {
         QList<CommitLanes::Item> items;
-        for (const QString& item : QString::fromLatin1(spec).split(u',')) {
+        for (const QString& item : QString::fromLatin1(layout).split(u',')) {
             const QStringList f = item.split(u'|');
             const QString old = f[1].endsWith(u'/') ? f[1].chopped(1) : f[1];
             items.append({f[0], f[0] + u'/' + old, f[0] + u'/' + f[2], old != f[1]});
         }
-        EXPECT_EQ(CommitLanes::assign(items), lanes) << spec;
+        EXPECT_EQ(CommitLanes::assign(items), lanes) << layout;
     }
 }
 
@@ -39,21 +39,21 @@ TEST_F(CommitLanesTest, ManyJobsEndAsOneJobDoes) {
     for (unsigned seed = 1; seed <= 16; ++seed) {
         SCOPED_TRACE(seed);
         std::mt19937 rng(seed);
-        QList<std::pair<QString, QString>> spec; // path ("/" ends a folder item), new name
+        QList<std::pair<QString, QString>> layout; // path ("/" ends a folder item), new name
         for (const QString& dir : {u"a"_s, u"a/in"_s, u"ab"_s, u"b"_s, u"c"_s}) {
             QStringList names{u"n0"_s, u"n1"_s, u"n2"_s, u"n3"_s, u"N0"_s, u"n5"_s, QString()};
             std::shuffle(names.begin(), names.end(), rng);
             for (int i = 0, n = 1 + int(rng() % 4); i < n; ++i)
-                spec.append({dir + u"/n"_s + QString::number(i), names[i]});
-            if (rng() % 2) spec.append({dir + u"/n5"_s, QString()}); // outside the batch
+                layout.append({dir + u"/n"_s + QString::number(i), names[i]});
+            if (rng() % 2) layout.append({dir + u"/n5"_s, QString()}); // outside the batch
         }
-        if (rng() % 2) spec.append({u"a/"_s, rng() % 2 ? u"z"_s : u"b"_s});
-        std::shuffle(spec.begin(), spec.end(), rng);
+        if (rng() % 2) layout.append({u"a/"_s, rng() % 2 ? u"z"_s : u"b"_s});
+        std::shuffle(layout.begin(), layout.end(), rng);
         Preferences::setConflictAction(int(rng() % 2));
         const bool vanish = rng() % 4 == 0;
         const auto outcome = [&](const QString& root, int jobs) {
             FileList files;
-            for (const auto& [path, name] : spec) {
+            for (const auto& [path, name] : layout) {
                 const bool dir = path.endsWith(u'/');
                 const QString at = root + u'/' + (dir ? path.chopped(1) : path);
                 files.append(QXFileItem::fileItemWithFile(dir ? tree.dir(at)
